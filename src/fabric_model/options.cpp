@@ -1,0 +1,3 @@
+#include "fabric_model/options.h"
+
+OptionInfo g_option_info;

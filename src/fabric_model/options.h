@@ -1,0 +1,11 @@
+// The manager's option block, as far as the tree builder reads it.
+#pragma once
+
+#include <cstdint>
+
+struct OptionInfo {
+    uint16_t max_tree_children = 64;    // limit on the children of any tree node
+    uint8_t max_childless_islands = 1;  // transit islands allowed on a Dragonfly+ path
+};
+
+extern OptionInfo g_option_info;
