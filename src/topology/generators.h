@@ -1,0 +1,36 @@
+// Fabric generators: fat trees and Dragonfly+ fabrics of any size, as fabric files.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "fabric_model/fabric_description.h"
+
+namespace aggtree {
+
+struct FatTreeParams {
+    int levels = 2;          // 2 (leaves, spines) or 3 (leaves, aggregation, core)
+    int radix = 8;           // ports per switch
+    int hosts_per_leaf = -1; // -1: radix / 2
+    int parallel_links = 1;  // links between each connected pair of switches
+    int planes = 1;          // independent copies of the fabric, one per plane
+};
+
+// A fat tree; throws std::invalid_argument (with a message for the user) for bad sizes.
+FabricDescription GenerateFatTree(const FatTreeParams& params);
+
+struct DragonflyPlusParams {
+    int groups = 4;
+    int leaves_per_group = 2;
+    int spines_per_group = 2;
+    int hosts_per_leaf = 2;
+    int global_links_per_spine = 1;
+    std::string wiring = "consecutive";  // "consecutive", "palmtree" or "random"
+    uint32_t seed = 1;                   // for "random"
+};
+
+// A Dragonfly+ fabric (leaves and spines of each group marked as group switches);
+// throws std::invalid_argument for bad sizes.
+FabricDescription GenerateDragonflyPlus(const DragonflyPlusParams& params);
+
+}  // namespace aggtree
