@@ -128,13 +128,17 @@ public:
     // The tree node under `tree_id`, null when absent.
     TreeNode* GetTreeNode(uint16_t tree_id) const;
 
-    bool IsValid() const { return valid; }
-    bool IsLockAvailable() const { return lock_available; }
-    bool IsExclusiveLockAvailable() const { return exclusive_lock_available; }
+    // Admission inputs.  Virtual so that a switch can be observed while it is admitted
+    // (which tests ran, in which order).
+    virtual bool IsValid() const { return valid; }
+    virtual bool IsLockAvailable() const { return lock_available; }
+    virtual bool IsExclusiveLockAvailable() const { return exclusive_lock_available; }
+    // has_required_capability, read through here by the admission check.
+    virtual bool HasRequiredCapability() const { return has_required_capability; }
 
     // True when the switch can give the quota (quota_mode 1 skips the comparison);
     // fills `info` with what the switch has free.
-    bool HasQuota(const zelta_quota& quota, uint8_t quota_mode, AggNodeInfo& info) const;
+    virtual bool HasQuota(const zelta_quota& quota, uint8_t quota_mode, AggNodeInfo& info) const;
 
     bool ServesJobs() const override { return valid && !is_excluded && mode != 1; }
 

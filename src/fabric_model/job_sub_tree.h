@@ -13,6 +13,9 @@
 // Equal on all four, neither is worse.  This is a lexicographic order on a key, hence
 // a strict weak order.  Update refuses (returns 1) a tree node whose switch cannot host
 // one more tree: no free tree id, or not enough free resources for the job's quota.
+// Update counts on a node's hop to its parent only the links the job could use: usable,
+// passing the job's lock demand and, inside an island, on the job's plane (the rules
+// the sweep and the path search apply).  See docs/tree-score.md.
 #pragma once
 
 #include <cstdint>
@@ -53,6 +56,8 @@ public:
 
     zelta_quota quota;        // the job's quota, checked by Update
     uint8_t quota_mode = 0;
+    bool lock_required = false;     // the job's lock demand, for counting usable links
+    bool exclusive_demand = false;  // lock_required with the exclusive option
 };
 
 // The job's result record, owned by the caller.

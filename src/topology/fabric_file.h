@@ -13,15 +13,17 @@ namespace aggtree {
 
 // Reads a fabric file's text; throws InputError naming `file_name` and the JSON path
 // (or line and column for malformed JSON).  Warnings (e.g. linked host switches when
-// ranks are inferred) are appended to `warnings` when it is not null.
+// ranks are inferred) are appended to `warnings` when it is not null, without the file
+// name (the caller knows it).
 FabricDescription ParseFabricJson(std::string_view text, const std::string& file_name,
                                   std::vector<std::string>* warnings = nullptr);
 
 // The fabric file text of a description (the inverse of ParseFabricJson).
 std::string WriteFabricJson(const FabricDescription& description);
 
-// Fills in the rank of every switch that has none: from `description.roots` when given,
-// else from the switches with hosts upward.  Throws InputError naming a switch that
+// Fills in the rank of every switch that has none: in an island with roots (in
+// `description.roots`), down from them; in any other island, up from the switches with
+// hosts.  Throws InputError naming a switch that
 // cannot be ranked.
 void InferRanks(FabricDescription& description, const std::string& file_name,
                 std::vector<std::string>* warnings = nullptr);

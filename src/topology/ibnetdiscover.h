@@ -1,6 +1,15 @@
 // Import of the text that ibnetdiscover prints (and the shorter net files of fabric
 // simulators): switches from Switch records, hosts from Ca ports, links from switch
 // port lines; ranks inferred; Dragonfly+ groups from an optional group map.
+//
+// Names: a switch is named by its node description, a host by the first word of its Ca's
+// description (the Ca's second and further cabled ports p as "<name>-p<p>"); without a
+// description, by the net file's identifier or else the GUID text; names that would
+// repeat fall back to GUID texts.  Net files carry no GUIDs: a node gets the FNV-1a hash
+// of its quoted identifier, a Ca port the hash of "<identifier>/<port>".  Each cable
+// counts once; parallel cables add up.  Group-map switches become topology kind 3 with
+// dfp_group_id = the group, and those below their group's top rank defer_root.
+// (Details at the top of ibnetdiscover.cpp.)
 #pragma once
 
 #include <string>

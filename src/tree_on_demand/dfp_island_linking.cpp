@@ -1,13 +1,168 @@
-// Dragonfly+ island linking is not built yet: every request that needs it fails loudly.
+// Island graph linking: turns the chosen path of island roots into one Dragonfly+ job
+// tree.  Each chosen root gets its island's subtree linked under it, the chosen roots
+// are joined to one another, and the centre of their graph becomes the tree's root.
+//
+// Order of visit: island subtrees in the chosen set's order; then a breadth-first walk
+// from the search's max-degree node builds the spanning tree of the chosen roots whose
+// centre is taken; then a second breadth-first walk from that centre links each chosen
+// root under the first processed root that lists it as a sibling.
+//
+// Cost: the island subtrees cost what the top-down linking costs; the two walks are
+// linear in the chosen roots and their sibling sets.
+#include <memory>
+#include <queue>
+#include <unordered_set>
+
+#include "fabric_model/tree_node.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
 #include "tree_on_demand/trees_log.h"
 
-uint32_t OnDemandTreeCreator::DfpLinkIslandGraphs(const DfpIslandMap& /*map_island_info*/,
-                                                  const JobResource& /*job_resource*/,
-                                                  JobSubTreeInfo& /*job_sub_tree_info*/,
-                                                  JobSubTreeScore& /*score*/,
-                                                  NodesInTreeSet& /*nodes_in_tree*/) {
-    TREES_LOG(kLogLevelError,
-              "Dragonfly+ island linking is not built in this version: cannot link islands\n");
-    return 1;
+namespace {
+
+// The island maps and tree records hold mutable switches; the search hands out const
+// nodes.  Null when the node is not a switch.
+AggNodeFabricInfo* AsFabricInfo(const AggNode* node) {
+    return const_cast<AggNodeFabricInfo*>(dynamic_cast<const AggNodeFabricInfo*>(node));
+}
+
+}  // namespace
+
+uint32_t OnDemandTreeCreator::DfpLinkIslandGraphs(const DfpIslandMap& map_island_info,
+                                                  const JobResource& job_resource,
+                                                  JobSubTreeInfo& job_sub_tree_info,
+                                                  JobSubTreeScore& score,
+                                                  NodesInTreeSet& nodes_in_tree) {
+    AggNodeSet path_nodes;
+    NodeSiblingsMap map_node_to_siblings;
+    const AggNode* p_start_node = nullptr;
+    uint32_t status = DfpFindPathThruIslands(map_island_info, job_resource, job_sub_tree_info,
+                                             path_nodes, map_node_to_siblings, p_start_node);
+    if (status != 0) {
+        return status;
+    }
+
+    // Island subtrees.  Transit roots (no job island) and roots the sweep never rated
+    // carry no subtree.  Each island hangs under one root only: the search may keep a
+    // second root of an entered island inside the path (it relays between two other
+    // islands and is no leaf that validation could prune), and a second subtree would
+    // give the island's leaves two parents.  Such a root, like any other chosen node of
+    // a job island that is not one of its roots, is linked as a relay only.
+    std::unordered_set<uint16_t> linked_islands;
+    for (const AggNode* node : path_nodes) {
+        auto island_iter = map_island_info.find(GetAggNodeIslandId(node));
+        if (island_iter == map_island_info.end()) {
+            continue;
+        }
+        if (island_iter->second->island_roots.count(node) == 0 ||
+            linked_islands.count(island_iter->first) != 0) {
+            continue;
+        }
+        AggNodeFabricInfo* p_fabric_info = AsFabricInfo(node);
+        TREES_ASSERT(p_fabric_info, "Failed downcasting AggNode* for node: %s",
+                     node->port_info->GetName().c_str());
+        QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info =
+            island_iter->second->agg_node_to_quasi_fat_tree_info;
+        auto qft_iter = agg_node_to_quasi_fat_tree_info.find(p_fabric_info);
+        if (qft_iter == agg_node_to_quasi_fat_tree_info.end()) {
+            continue;
+        }
+        status = QuasiFatTreeBFSUpBottom(job_resource, qft_iter->second.get(), job_sub_tree_info,
+                                         agg_node_to_quasi_fat_tree_info, score, nodes_in_tree);
+        if (status != 0) {
+            job_sub_tree_info.error_text +=
+                "Failed to build a tree based on the selected root '" + node->name + "'\n";
+            return status;
+        }
+        linked_islands.insert(island_iter->first);
+    }
+
+    // Root graph: the breadth-first spanning tree of the chosen roots.  A node may stand
+    // in the queue twice; its second turn finds every sibling processed or visited.
+    NodeSiblingsMap map_node_to_adjacents;
+    std::queue<const AggNode*> pending;
+    AggNodeSet processed;
+    AggNodeSet visited;
+    pending.push(p_start_node);
+    while (!pending.empty()) {
+        const AggNode* node = pending.front();
+        pending.pop();
+        processed.insert(node);
+        auto node_to_siblings_iter = map_node_to_siblings.find(node);
+        TREES_ASSERT(node_to_siblings_iter != map_node_to_siblings.end(),
+                     "Node is missing from map_node_to_siblings: %s", node->name.c_str());
+        for (const AggNode* sibling : node_to_siblings_iter->second) {
+            if (processed.count(sibling) != 0 || path_nodes.count(sibling) == 0) {
+                continue;
+            }
+            pending.push(sibling);
+            if (visited.insert(sibling).second) {
+                map_node_to_adjacents[node].insert(sibling);
+                map_node_to_adjacents[sibling].insert(node);
+            }
+        }
+    }
+
+    // The centre keeps the farthest island root as few hops from the root as possible.
+    const AggNode* p_root = FindTreeCenter(map_node_to_adjacents);
+    TREES_ASSERT(p_root, "Failed to find a center of rank-0 subtree");
+    TREES_LOG(kLogLevelDebug, "DfpLinkIslandGraphs Center for rank-0 subtree: %s\n",
+              p_root->name.c_str());
+    AggNodeFabricInfo* p_agg_root = AsFabricInfo(p_root);
+    TREES_ASSERT(p_agg_root, "Failed downcast AggNode* -> AggNodeFabricInfo*");
+    job_sub_tree_info.root_node = p_agg_root;
+
+    // Root links, breadth first from the centre over all sibling links of the chosen
+    // roots: every chosen root gets exactly one parent.
+    processed.clear();
+    visited.clear();
+    pending = {};
+    pending.push(p_agg_root);
+    while (!pending.empty()) {
+        const AggNode* node = pending.front();
+        pending.pop();
+        processed.insert(node);
+        auto it = map_node_to_siblings.find(node);
+        TREES_ASSERT(it != map_node_to_siblings.end(),
+                     "Node is missing from map_node_to_siblings: %s",
+                     node->port_info->GetName().c_str());
+        for (const AggNode* sibling : it->second) {
+            if (processed.count(sibling) != 0 || path_nodes.count(sibling) == 0) {
+                continue;
+            }
+            pending.push(sibling);
+            if (!visited.insert(sibling).second) {
+                continue;
+            }
+            status = LinkDFPRootNodes(map_island_info, AsFabricInfo(node), AsFabricInfo(sibling),
+                                      job_sub_tree_info, nodes_in_tree);
+            if (status != 0) {
+                return status;
+            }
+        }
+    }
+    return 0;
+}
+
+uint32_t OnDemandTreeCreator::LinkDFPRootNodes(const DfpIslandMap& map_island_info,
+                                               AggNodeFabricInfo* p_parent_node,
+                                               AggNodeFabricInfo* p_child_node,
+                                               JobSubTreeInfo& job_sub_tree_info,
+                                               NodesInTreeSet& nodes_in_tree) {
+    TREES_ASSERT(p_parent_node, "p_parent_node==null; propapbly downcast failure");
+    TREES_ASSERT(p_child_node, "p_child_node==null; propapbly downcast failure");
+
+    // A transit root lies in no island of the job, so no sweep gave it a default tree
+    // node; it gets one on first use.
+    for (AggNodeFabricInfo* node : {p_parent_node, p_child_node}) {
+        if (map_island_info.count(GetAggNodeIslandId(node)) != 0) {
+            continue;
+        }
+        if (node->GetTreeNode(kDefaultTreeId) != nullptr) {
+            continue;
+        }
+        m_tree_nodes.push_back(
+            std::make_unique<TreeNode>(kDefaultTreeId, node, job_sub_tree_info.plane));
+        node->AddTreeNode(kDefaultTreeId, m_tree_nodes.back().get());
+    }
+    return LinkNodes(p_parent_node, p_child_node, job_sub_tree_info, nodes_in_tree);
 }

@@ -1,0 +1,62 @@
+#include "cli/app.h"
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/cli_support.h"
+#include "cli/commands.h"
+#include "topology/input_error.h"
+
+namespace aggtree::cli {
+
+namespace {
+
+void PrintError(const std::string& text) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+}  // namespace
+
+int Run(int argc, char** argv) {
+    CLI::App app{
+        "aggtree: in-network aggregation trees for parallel jobs on quasi fat trees and "
+        "Dragonfly+ fabrics",
+        "aggtree"};
+    app.require_subcommand(1);
+    app.fallthrough(false);
+    app.footer(
+        "Try 'aggtree demo' first; 'aggtree <command> --help' explains each command.\n"
+        "Exit status: 0 done (build: tree built), 1 the job cannot be served, 2 bad input "
+        "or usage.");
+    int exit_status = kExitBuilt;
+    AddBuildCommand(app, exit_status);
+    AddGenerateCommand(app, exit_status);
+    AddConvertCommand(app, exit_status);
+    AddInfoCommand(app, exit_status);
+    AddDemoCommand(app, exit_status);
+    try {
+        app.parse(argc, argv);
+        return exit_status;
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);  // --help: the help text on standard output
+        }
+        PrintError(std::string("aggtree: ") + error.what() + " (see 'aggtree --help')");
+    } catch (const InputError& error) {
+        PrintError(FormatInputError(error));
+    } catch (const UsageError& error) {
+        PrintError(std::string("aggtree: ") + error.what());
+    } catch (const std::bad_alloc&) {
+        PrintError("aggtree: out of memory");
+    } catch (const std::exception& error) {
+        PrintError(std::string("aggtree: ") + error.what());
+    }
+    return kExitBadInput;
+}
+
+}  // namespace aggtree::cli

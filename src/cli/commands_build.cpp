@@ -1,0 +1,124 @@
+// aggtree build: one job's tree on one fabric, as text, JSON or a drawing.
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "cli/cli_support.h"
+#include "cli/commands.h"
+#include "cli/graphviz.h"
+#include "cli/job_sources.h"
+#include "cli/log_setup.h"
+#include "cli/tree_render.h"
+#include "cli/tree_run.h"
+
+namespace aggtree::cli {
+
+namespace {
+
+struct BuildOptions {
+    FabricSource fabric;
+    JobSource job;
+    bool json = false;
+    std::string dot_file;
+    std::string svg_file;
+    std::string png_file;
+    LogSettings log;
+};
+
+// Graph files go out only for a built tree; a failed build says so instead.
+void WriteGraphs(const BuildOptions& options, const TreeRun& run, const Fabric& fabric) {
+    if (options.dot_file.empty() && options.svg_file.empty() && options.png_file.empty()) {
+        return;
+    }
+    if (run.status != 0) {
+        std::fprintf(stderr, "aggtree: no tree was built: graph files not written\n");
+        return;
+    }
+    std::string dot = RenderDot(run.job.job_id, run.info, fabric);
+    if (!options.dot_file.empty()) {
+        WriteOutput(options.dot_file, dot);
+    }
+    if (!options.svg_file.empty()) {
+        RenderWithDot(dot, "svg", options.svg_file);
+    }
+    if (!options.png_file.empty()) {
+        RenderWithDot(dot, "png", options.png_file);
+    }
+}
+
+int RunBuild(const BuildOptions& options) {
+    // Checked before anything is built: a drawing that cannot be made is a usage problem.
+    const std::string dot_missing =
+        ": Graphviz 'dot' is not on PATH (install graphviz, or write the graph with --dot FILE "
+        "and render it elsewhere)";
+    if (!options.svg_file.empty() && !HasGraphvizDot()) {
+        throw UsageError("--svg" + dot_missing);
+    }
+    if (!options.png_file.empty() && !HasGraphvizDot()) {
+        throw UsageError("--png" + dot_missing);
+    }
+    LogSession log(options.log);
+    std::vector<std::string> warnings;
+    FabricDescription description = LoadFabricDescription(options.fabric, warnings);
+    for (const std::string& warning : warnings) {
+        log.Warn(options.fabric.path + ": " + warning);
+    }
+    std::unique_ptr<Fabric> fabric = MakeFabric(description, options.fabric.path);
+    InstalledFabricScope installed(*fabric);
+    TreeRun run;
+    run.job = MakeJob(options.job, *fabric);
+    RunTreeBuilder(run);
+    WriteGraphs(options, run, *fabric);
+    if (options.json) {
+        WriteOutput("",
+                    ResultToJson(run.status, run.job.job_id, run.info, run.score).dump(2) + "\n");
+    } else {
+        WriteOutput("", RenderTextResult(run.status, run.job.job_id, run.info, run.score, *fabric));
+    }
+    return run.status == 0 ? kExitBuilt : kExitNotServed;
+}
+
+}  // namespace
+
+void AddBuildCommand(CLI::App& app, int& exit_status) {
+    auto options = std::make_shared<BuildOptions>();
+    CLI::App* build = app.add_subcommand(
+        "build",
+        "Build one job's aggregation tree on a fabric and show it (exit 0 built, 1 the job "
+        "cannot be served, 2 bad input)");
+    build->add_option("--fabric", options->fabric.path, "Fabric file (JSON) or ibnetdiscover dump")
+        ->required();
+    build->add_option("--groups", options->fabric.groups_file,
+                      "ibnetdiscover input: Dragonfly+ group map, '<switch> <group>' per line");
+    build->add_option("--roots", options->fabric.roots_file,
+                      "ibnetdiscover input: top switches, one name or GUID per line");
+    CLI::Option* job = build->add_option("--job", options->job.job_file, "Job file (JSON)");
+    CLI::Option* hosts = build->add_option("--hosts", options->job.hosts,
+                                           "The job's hosts, comma-separated names or GUIDs");
+    CLI::Option* hosts_from = build->add_option("--hosts-from", options->job.hosts_file,
+                                                "File with one host per line ('#' comments)");
+    CLI::Option* random_hosts = build->add_option("--random-hosts", options->job.random_hosts,
+                                                  "A job of N hosts drawn from the fabric");
+    build->add_option("--seed", options->job.seed, "Seed of --random-hosts (default 1)");
+    build->add_option("--job-id", options->job.job_id,
+                      "Job id PREFIX_NUMBER (e.g. slurm_4242); default: the job file's, or "
+                      "default_0");
+    build->add_flag("--json", options->json, "Print the result as one JSON object");
+    build->add_option("--dot", options->dot_file, "Write the tree as a Graphviz dot file");
+    build->add_option("--svg", options->svg_file, "Render the tree to SVG (needs Graphviz dot)");
+    build->add_option("--png", options->png_file, "Render the tree to PNG (needs Graphviz dot)");
+    build->add_option("--log-level", options->log.levels,
+                      "MODULE=LEVEL, repeatable: TREES=5, FABRIC=4 or all=4 (default 2)");
+    build->add_option("--log-format", options->log.format, "text (default) or jsonl");
+    build->add_option("--log-file", options->log.file,
+                      "Write the log to this file instead of standard error");
+    build->callback([options, job, hosts, hosts_from, random_hosts, &exit_status] {
+        options->job.has_job_file = job->count() > 0;
+        options->job.has_hosts = hosts->count() > 0;
+        options->job.has_hosts_file = hosts_from->count() > 0;
+        options->job.has_random_hosts = random_hosts->count() > 0;
+        exit_status = RunBuild(*options);
+    });
+}
+
+}  // namespace aggtree::cli

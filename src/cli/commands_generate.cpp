@@ -1,0 +1,92 @@
+// aggtree generate: fat trees and Dragonfly+ fabrics of any size, as fabric files.
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "cli/cli_support.h"
+#include "cli/commands.h"
+#include "topology/fabric_file.h"
+#include "topology/generators.h"
+
+namespace aggtree::cli {
+
+namespace {
+
+// Writes a generated fabric; a size the generator refuses is a usage problem.
+template <typename Generate>
+int WriteGenerated(const std::string& command, const std::string& output, Generate generate) {
+    FabricDescription description;
+    try {
+        description = generate();
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(command + ": " + error.what());
+    }
+    WriteOutput(output, WriteFabricJson(description));
+    return kExitBuilt;
+}
+
+void AddFatTree(CLI::App& generate, int& exit_status) {
+    struct Options {
+        FatTreeParams params;
+        std::string output;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* fat_tree =
+        generate.add_subcommand("fat-tree", "A 2- or 3-level fat tree of radix-R switches");
+    fat_tree->add_option("--levels", options->params.levels, "2 (leaves, spines) or 3 (and core)")
+        ->required();
+    fat_tree->add_option("--radix", options->params.radix, "Ports per switch")->required();
+    fat_tree->add_option("--hosts-per-leaf", options->params.hosts_per_leaf,
+                         "Hosts on each leaf (default radix/2)");
+    fat_tree->add_option("--parallel-links", options->params.parallel_links,
+                         "Links between each connected pair of switches (default 1)");
+    fat_tree->add_option("--planes", options->params.planes,
+                         "Independent copies of the fabric, one per plane (default 1)");
+    fat_tree->add_option("-o,--output", options->output, "Output file (default: standard output)");
+    fat_tree->callback([options, &exit_status] {
+        exit_status = WriteGenerated("generate fat-tree", options->output,
+                                     [&] { return GenerateFatTree(options->params); });
+    });
+}
+
+void AddDragonflyPlus(CLI::App& generate, int& exit_status) {
+    struct Options {
+        DragonflyPlusParams params;
+        std::string output;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* dfp = generate.add_subcommand(
+        "dragonfly-plus",
+        "A Dragonfly+ fabric: groups of leaves and spines joined by global links");
+    dfp->add_option("--groups", options->params.groups, "Number of groups")->required();
+    dfp->add_option("--leaves-per-group", options->params.leaves_per_group, "Leaves per group")
+        ->required();
+    dfp->add_option("--spines-per-group", options->params.spines_per_group, "Spines per group")
+        ->required();
+    dfp->add_option("--hosts-per-leaf", options->params.hosts_per_leaf, "Hosts on each leaf")
+        ->required();
+    dfp->add_option("--global-links-per-spine", options->params.global_links_per_spine,
+                    "Links from each spine to spines of other groups")
+        ->required();
+    dfp->add_option("--wiring", options->params.wiring,
+                    "How global links are laid: consecutive (default), palmtree or random")
+        ->check(CLI::IsMember({"consecutive", "palmtree", "random"}));
+    dfp->add_option("--seed", options->params.seed, "Seed of the random wiring (default 1)");
+    dfp->add_option("-o,--output", options->output, "Output file (default: standard output)");
+    dfp->callback([options, &exit_status] {
+        exit_status = WriteGenerated("generate dragonfly-plus", options->output,
+                                     [&] { return GenerateDragonflyPlus(options->params); });
+    });
+}
+
+}  // namespace
+
+void AddGenerateCommand(CLI::App& app, int& exit_status) {
+    CLI::App* generate =
+        app.add_subcommand("generate", "Write a generated fabric file (fat tree or Dragonfly+)");
+    generate->require_subcommand(1);
+    AddFatTree(*generate, exit_status);
+    AddDragonflyPlus(*generate, exit_status);
+}
+
+}  // namespace aggtree::cli

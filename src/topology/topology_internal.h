@@ -1,0 +1,50 @@
+// Helpers shared by the topology readers (fabric file, ibnetdiscover import, group maps).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "fabric_model/fabric_description.h"
+
+namespace aggtree::internal {
+
+// Where a switch stands in its input ("/switches/3", "line 12"), for error messages.
+using SwitchLocator = std::function<std::string(size_t switch_index)>;
+
+// InferRanks, naming a switch that cannot be ranked by `locate(index)`.
+void InferRanksLocated(FabricDescription& description, const std::string& file_name,
+                       const SwitchLocator& locate, std::vector<std::string>* warnings);
+
+// Marks the Dragonfly+ group switches (topology kind 2 or 3) below the top rank of their
+// group as defer_root, so that a group's tree is rooted on its top switches.  Needs ranks.
+void MarkDragonflyPlusDeferRoots(FabricDescription& description);
+
+// The text without leading and trailing blanks (spaces, tabs, carriage returns).
+std::string_view Trim(std::string_view text);
+
+// Finds switches of a description by name or by GUID text ("0x<hex>"); names first.
+class SwitchLookup {
+  public:
+    explicit SwitchLookup(const FabricDescription& description);
+    // The switch's index, or -1 when no switch has that name or GUID.
+    std::ptrdiff_t Find(std::string_view name_or_guid) const;
+
+  private:
+    std::unordered_map<std::string, size_t> m_by_name;
+    std::unordered_map<uint64_t, size_t> m_by_guid;
+};
+
+// Reads a list of switches, one name or GUID per line ('#' starts a comment), as
+// indices; throws InputError naming `file_name` and the line of an unknown switch.
+std::vector<size_t> ParseRootsText(const FabricDescription& description, std::string_view text,
+                                   const std::string& file_name);
+
+// Reads a whole file; throws InputError naming it when it cannot be read.
+std::string ReadTextFile(const std::string& path);
+
+}  // namespace aggtree::internal

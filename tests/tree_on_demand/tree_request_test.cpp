@@ -1,0 +1,242 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/fabric_sketch.h"
+#include "support/log_capture.h"
+#include "tree_on_demand/on_demand_tree_creator.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// leaf-1 (0x1001) and leaf-2 (0x1002) under spine (0x1003), links on `plane`.
+FabricSketch TwoLeavesOneSpine(uint8_t plane = 0) {
+    FabricSketch sketch;
+    sketch.Switches({"leaf-1", "leaf-2"}, 0).Switch("spine", 1);
+    auto on_plane = [plane](LinkDescription& link) { link.plane = plane; };
+    sketch.Link("leaf-1", "spine", 1, on_plane).Link("leaf-2", "spine", 1, on_plane);
+    return sketch;
+}
+
+std::vector<uint64_t> GuidsOf(const std::list<const PortData*>& ports) {
+    std::vector<uint64_t> guids;
+    for (const PortData* port : ports) {
+        guids.push_back(port->port_guid);
+    }
+    return guids;
+}
+
+TEST(TreeRequest, SeveralPortsOnOneSwitchShareOneDefaultTreeNodeInPortOrder) {
+    FabricSketch sketch;
+    sketch.Switch("leaf-1", 0).Hosts("leaf-1", {"h1", "h2", "h3"});
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+
+    // Given out of order: the request visits ports in the manager's order (by GUID).
+    JobRun run = RunJobOnPorts(creator, {{0x2003, 0}, {0x2001, 0}, {0x2002, 0}});
+
+    ASSERT_EQ(run.status, 0);
+    EXPECT_EQ(creator.GetCreatedTreeNodes().size(), 1u);
+    const TreeNode* leaf = run.NodeOf("leaf-1");
+    ASSERT_NE(leaf, nullptr);
+    EXPECT_THAT(GuidsOf(leaf->host_ports), ElementsAre(0x2001, 0x2002, 0x2003));
+    EXPECT_EQ(leaf->linked_child_count, 3);
+}
+
+TEST(TreeRequest, NewTreeNodesTakeTheFirstPortsPlaneWhileEachPortIsLookedUpOnItsOwn) {
+    FabricSketch sketch = TwoLeavesOneSpine(1);
+    // One host GUID with a port on each plane, each plane on another leaf.
+    sketch.Host("h-plane-1", "leaf-1", 1).Host("h-plane-2", "leaf-2", 2);
+    sketch.Description().hosts[1].guid = sketch.Description().hosts[0].guid;
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+
+    JobRun run = RunJobOnPorts(creator, {{0x2001, 2}, {0x2001, 1}});
+
+    ASSERT_EQ(run.status, 0);
+    ASSERT_NE(run.NodeOf("leaf-2"), nullptr);
+    EXPECT_EQ(run.NodeOf("leaf-1")->plane, 1);
+    EXPECT_EQ(run.NodeOf("leaf-2")->plane, 1);
+    EXPECT_EQ(run.NodeOf("leaf-2")->host_ports.front()->plane, 2);
+    EXPECT_EQ(run.info.plane, 1);
+}
+
+TEST(TreeRequest, SecondRequestFirstDestroysThePreviousJobsTreeNodes) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    ASSERT_EQ(RunJob(creator, fabric, {"h1", "h2"}).status, 0);
+    ASSERT_EQ(creator.GetCreatedTreeNodes().size(), 3u);
+
+    // Fails at its first port, before anything of its own is made.
+    JobRun second = RunJobOnPorts(creator, {{0x9999, 0}}, {}, ZeltaExtJobId{2, 0, "next"});
+
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(creator.GetCreatedTreeNodes(), IsEmpty());
+    for (const char* name : {"leaf-1", "leaf-2", "spine"}) {
+        EXPECT_EQ(fabric.Switch(name)->tree_nodes_by_id.count(kDefaultTreeId), 0u) << name;
+    }
+    EXPECT_EQ(second.info.job_id.job_number, 2u);
+}
+
+TEST(TreeRequest, PortWithoutSwitchStopsTheRequestAndKeepsWhatWasMadeBeforeIt) {
+    FabricSketch sketch;
+    sketch.Switches({"leaf-1", "leaf-2", "leaf-3", "leaf-4"}, 0).Switch("spine", 1);
+    for (const char* leaf : {"leaf-1", "leaf-2", "leaf-3", "leaf-4"}) {
+        sketch.Link(leaf, "spine").Host(std::string("h-") + leaf, leaf, 3);
+    }
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    JobRun run;
+    run.score.max_active_trees = 5;
+    // Third in port order: after (0x2002, 3), before (0x2003, 3).
+    *run.ports = {{0x2001, 3}, {0x2002, 3}, {0x2002, 7}, {0x2003, 3}, {0x2004, 3}};
+    JobPortSet ports;
+    for (const PortData& port : *run.ports) {
+        ports.insert(&port);
+    }
+    const ZeltaExtJobId job_id{42, 0, "abc"};
+    LogCapture log(kLogLevelDetail);
+
+    run.status = creator.CreateTree(ports, JobResource{}, job_id, run.info, run.score);
+
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(log.Entries(), IsEmpty());
+    EXPECT_EQ(run.info.job_id, job_id);
+    EXPECT_EQ(run.info.plane, 3);
+    EXPECT_EQ(run.score.max_active_trees, 5u);  // never reset
+    EXPECT_EQ(creator.GetCreatedTreeNodes().size(), 2u);
+    for (const char* reached : {"leaf-1", "leaf-2"}) {
+        const TreeNode* node = fabric.Switch(reached)->GetTreeNode(kDefaultTreeId);
+        ASSERT_NE(node, nullptr) << reached;
+        EXPECT_EQ(node->host_ports.size(), 1u);
+        EXPECT_EQ(node->linked_child_count, 1);
+    }
+    for (const char* unreached : {"leaf-3", "leaf-4", "spine"}) {
+        EXPECT_EQ(fabric.Switch(unreached)->GetTreeNode(kDefaultTreeId), nullptr) << unreached;
+    }
+}
+
+TEST(TreeRequest, AssertionDeepInTheBuilderBecomesOneCaughtExceptionAndStatusOne) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    InstalledFabric fabric(sketch);
+    // An upward path to a node that hosts no switch record breaks the sweep's invariant.
+    PortInfo stranger_info;
+    stranger_info.name = "stranger";
+    AggNode stranger;
+    stranger.port_info = &stranger_info;
+    AggPath to_stranger;
+    to_stranger.remote_node = &stranger;
+    fabric.Switch("leaf-1")->agg_paths[AGG_PATH_DIRECTION_UP][&stranger].insert(to_stranger);
+    OnDemandTreeCreator creator;
+    LogCapture log(kLogLevelError);
+
+    JobRun run = RunJob(creator, fabric, {"h1", "h2"});
+
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(log.Count(kLogLevelError,
+                        "Exception caught: dynamic_cast<AggNodeFabricInfo *> failed on AggPath\n"),
+              1u);
+    EXPECT_THAT(run.info.tree_nodes, IsEmpty());
+    EXPECT_EQ(run.info.tree_nodes_count, 0u);
+    EXPECT_EQ(run.info.root_node, nullptr);
+}
+
+TEST(TreeRequest, MoreThan255PortsOnOneSwitchWrapTheLinkedChildCount) {
+    FabricSketch sketch;
+    sketch.Switch("leaf-1", 0);
+    std::vector<PortData> ports;
+    for (int i = 0; i < 257; ++i) {
+        sketch.Host("h" + std::to_string(i), "leaf-1");
+        ports.push_back(PortData{static_cast<uint64_t>(0x2001 + i), 0});
+    }
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+
+    JobRun run = RunJobOnPorts(creator, ports);
+
+    ASSERT_EQ(run.status, 0);
+    const TreeNode* leaf = run.NodeOf("leaf-1");
+    ASSERT_NE(leaf, nullptr);
+    EXPECT_EQ(leaf->host_ports.size(), 257u);
+    EXPECT_EQ(leaf->linked_child_count, 1);  // 257 in 8 bits
+}
+
+TEST(TreeRequest, JobSummaryListsTheTreeSwitchesWhenBothModulesTrace) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    LogCapture log(kLogLevelDebug);
+
+    JobRun run = RunJob(creator, fabric, {"h1", "h2"}, {}, ZeltaExtJobId{42, 0, "abc"});
+
+    ASSERT_EQ(run.status, 0);
+    std::string expected = "job id: abc_42 contain 3 ANs:\n";
+    for (const TreeNode* node : run.info.tree_nodes) {
+        expected += node->agg_node->port_info->GetName() + "\n";
+    }
+    EXPECT_EQ(log.Count(kLogLevelDebug, expected), 1u) << log.Dump();
+    EXPECT_EQ(run.info.tree_nodes.front()->agg_node->name, "spine");
+}
+
+TEST(TreeRequest, JobSummaryWithoutFabricTraceCarriesNoList) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    LogCapture log(kLogLevelDebug);
+    log_set_level(kLogModuleFabric, kLogLevelWarning);
+
+    JobRun run = RunJob(creator, fabric, {"h1", "h2"}, {}, ZeltaExtJobId{42, 0, "abc"});
+
+    ASSERT_EQ(run.status, 0);
+    EXPECT_EQ(log.Count(kLogLevelDebug, "job id: abc_42 contain 0 ANs:\n"), 1u) << log.Dump();
+}
+
+TEST(TreeRequest, FailedBuildClearsTheRecordButStillLogsTheSummary) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    sketch.Sw("spine").excluded = true;
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    LogCapture log(kLogLevelDebug);
+
+    JobRun run = RunJob(creator, fabric, {"h1", "h2"});
+
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.info.tree_nodes, IsEmpty());
+    EXPECT_EQ(run.info.root_node, nullptr);
+    EXPECT_EQ(log.Count(kLogLevelDebug, "job id: default_0 contain 0 ANs:\n"), 1u) << log.Dump();
+    // The reason stays readable for the job's owner.
+    EXPECT_EQ(run.info.error_text,
+              "Failed to find any root switch that spans all the required leaf switches for the "
+              "job\n");
+}
+
+TEST(TreeRequest, SuccessfulRequestResetsTheScoreForTheJob) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    sketch.Sw("spine").active_trees = 2;
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    JobRun run;
+    run.score.total_active_trees = 100;
+    *run.ports = {{0x2001, 0}, {0x2002, 0}};
+    JobPortSet ports{&(*run.ports)[0], &(*run.ports)[1]};
+
+    run.status = creator.CreateTree(ports, JobResource{}, ZeltaExtJobId{}, run.info, run.score);
+
+    ASSERT_EQ(run.status, 0);
+    // Only the final tree's switches count: the spine once, the leaves carry none.
+    EXPECT_EQ(run.score.total_active_trees, 2u);
+    EXPECT_EQ(run.score.priority, ZELTA_RESOURCE_PRIORITY_LOAD_BALANCE);
+}
+
+}  // namespace
