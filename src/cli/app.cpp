@@ -15,9 +15,22 @@ namespace aggtree::cli {
 
 namespace {
 
+// One line on standard error: control characters of the text (from names in the input)
+// are shown as \xNN so the message stays on its line.
 void PrintError(const std::string& text) {
+    std::string line;
+    for (char c : text) {
+        auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7f) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
+            line += escaped;
+        } else {
+            line += c;
+        }
+    }
     std::fflush(stdout);
-    std::fprintf(stderr, "%s\n", text.c_str());
+    std::fprintf(stderr, "%s\n", line.c_str());
 }
 
 }  // namespace
@@ -39,6 +52,19 @@ int Run(int argc, char** argv) {
     AddConvertCommand(app, exit_status);
     AddInfoCommand(app, exit_status);
     AddDemoCommand(app, exit_status);
+    auto is_command = [&app](const std::string& name) {
+        for (const CLI::App* command : app.get_subcommands({})) {
+            if (command->check_name(name)) {
+                return true;
+            }
+        }
+        return false;
+    };
+    if (argc > 1 && argv[1][0] != '-' && !is_command(argv[1])) {
+        PrintError(std::string("aggtree: unknown command '") + argv[1] +
+                   "' (commands: build, generate, convert, info, demo; see 'aggtree --help')");
+        return kExitBadInput;
+    }
     try {
         app.parse(argc, argv);
         return exit_status;

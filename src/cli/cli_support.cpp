@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -23,7 +24,15 @@ std::string FormatInputError(const InputError& error) {
     return text;
 }
 
+void RequireNotADirectory(const std::string& path) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+        throw InputError(path, "", "is a directory, not a file");
+    }
+}
+
 std::string ReadTextFile(const std::string& path) {
+    RequireNotADirectory(path);
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         throw InputError(path, "", std::string("cannot open the file: ") + std::strerror(errno));
@@ -54,6 +63,7 @@ void WriteOutput(const std::string& path, const std::string& text) {
 
 FabricDescription LoadFabricDescription(const FabricSource& source,
                                         std::vector<std::string>& warnings) {
+    RequireNotADirectory(source.path);
     FabricLoadOptions options;
     options.groups_file = source.groups_file;
     options.roots_file = source.roots_file;

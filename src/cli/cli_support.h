@@ -27,6 +27,9 @@ class UsageError : public std::runtime_error {
 // "aggtree: <file>: <where>: <problem>" (without a line end; `where` left out when empty).
 std::string FormatInputError(const InputError& error);
 
+// Throws InputError when `path` names a directory.
+void RequireNotADirectory(const std::string& path);
+
 // The whole content of a file; InputError naming the file when it cannot be read.
 std::string ReadTextFile(const std::string& path);
 

@@ -87,31 +87,56 @@ void AddBuildCommand(CLI::App& app, int& exit_status) {
         "Build one job's aggregation tree on a fabric and show it (exit 0 built, 1 the job "
         "cannot be served, 2 bad input)");
     build->add_option("--fabric", options->fabric.path, "Fabric file (JSON) or ibnetdiscover dump")
+        ->type_name("FILE")
         ->required();
-    build->add_option("--groups", options->fabric.groups_file,
-                      "ibnetdiscover input: Dragonfly+ group map, '<switch> <group>' per line");
-    build->add_option("--roots", options->fabric.roots_file,
-                      "ibnetdiscover input: top switches, one name or GUID per line");
-    CLI::Option* job = build->add_option("--job", options->job.job_file, "Job file (JSON)");
-    CLI::Option* hosts = build->add_option("--hosts", options->job.hosts,
-                                           "The job's hosts, comma-separated names or GUIDs");
-    CLI::Option* hosts_from = build->add_option("--hosts-from", options->job.hosts_file,
-                                                "File with one host per line ('#' comments)");
-    CLI::Option* random_hosts = build->add_option("--random-hosts", options->job.random_hosts,
-                                                  "A job of N hosts drawn from the fabric");
-    build->add_option("--seed", options->job.seed, "Seed of --random-hosts (default 1)");
-    build->add_option("--job-id", options->job.job_id,
-                      "Job id PREFIX_NUMBER (e.g. slurm_4242); default: the job file's, or "
-                      "default_0");
+    build
+        ->add_option("--groups", options->fabric.groups_file,
+                     "ibnetdiscover input: Dragonfly+ group map, '<switch> <group>' per line")
+        ->type_name("FILE");
+    build
+        ->add_option("--roots", options->fabric.roots_file,
+                     "ibnetdiscover input: top switches, one name or GUID per line")
+        ->type_name("FILE");
+    CLI::Option* job =
+        build->add_option("--job", options->job.job_file, "Job file (JSON)")->type_name("FILE");
+    CLI::Option* hosts = build
+                             ->add_option("--hosts", options->job.hosts,
+                                          "The job's hosts, comma-separated names or GUIDs")
+                             ->type_name("LIST");
+    CLI::Option* hosts_from = build
+                                  ->add_option("--hosts-from", options->job.hosts_file,
+                                               "File with one host per line ('#' comments)")
+                                  ->type_name("FILE");
+    CLI::Option* random_hosts = build
+                                    ->add_option("--random-hosts", options->job.random_hosts,
+                                                 "A job of N hosts drawn from the fabric")
+                                    ->type_name("N");
+    build->add_option("--seed", options->job.seed, "Seed of --random-hosts (default 1)")
+        ->type_name("S");
+    build
+        ->add_option("--job-id", options->job.job_id,
+                     "Job id PREFIX_NUMBER (e.g. slurm_4242); default: the job file's, or "
+                     "default_0")
+        ->type_name("PREFIX_NUMBER");
     build->add_flag("--json", options->json, "Print the result as one JSON object");
-    build->add_option("--dot", options->dot_file, "Write the tree as a Graphviz dot file");
-    build->add_option("--svg", options->svg_file, "Render the tree to SVG (needs Graphviz dot)");
-    build->add_option("--png", options->png_file, "Render the tree to PNG (needs Graphviz dot)");
-    build->add_option("--log-level", options->log.levels,
-                      "MODULE=LEVEL, repeatable: TREES=5, FABRIC=4 or all=4 (default 2)");
-    build->add_option("--log-format", options->log.format, "text (default) or jsonl");
-    build->add_option("--log-file", options->log.file,
-                      "Write the log to this file instead of standard error");
+    build->add_option("--dot", options->dot_file, "Write the tree as a Graphviz dot file")
+        ->type_name("FILE");
+    build->add_option("--svg", options->svg_file, "Render the tree to SVG (needs Graphviz dot)")
+        ->type_name("FILE");
+    build->add_option("--png", options->png_file, "Render the tree to PNG (needs Graphviz dot)")
+        ->type_name("FILE");
+    build
+        ->add_option("--log-level", options->log.levels,
+                     "Log level of a module, repeatable: TREES=5, FABRIC=4 or all=4 (default 2)")
+        ->type_name("MODULE=LEVEL");
+    build
+        ->add_option("--log-format", options->log.format,
+                     "text (default) or jsonl: one JSON object per message")
+        ->type_name("FORMAT");
+    build
+        ->add_option("--log-file", options->log.file,
+                     "Write the log to this file instead of standard error")
+        ->type_name("PATH");
     build->callback([options, job, hosts, hosts_from, random_hosts, &exit_status] {
         options->job.has_job_file = job->count() > 0;
         options->job.has_hosts = hosts->count() > 0;

@@ -37,12 +37,18 @@ void AddConvertCommand(CLI::App& app, int& exit_status) {
     CLI::App* convert = app.add_subcommand(
         "convert", "Write the fabric file of an ibnetdiscover dump (or of a fabric file)");
     convert->add_option("input", options->fabric.path, "ibnetdiscover dump or fabric file")
+        ->type_name("INPUT")
         ->required();
-    convert->add_option("--groups", options->fabric.groups_file,
-                        "Dragonfly+ group map, '<switch name or GUID> <group>' per line");
-    convert->add_option("--roots", options->fabric.roots_file,
-                        "Top switches, one name or GUID per line (ranks counted from them)");
-    convert->add_option("-o,--output", options->output, "Output file (default: standard output)");
+    convert
+        ->add_option("--groups", options->fabric.groups_file,
+                     "Dragonfly+ group map, '<switch name or GUID> <group>' per line")
+        ->type_name("FILE");
+    convert
+        ->add_option("--roots", options->fabric.roots_file,
+                     "Top switches, one name or GUID per line (ranks counted from them)")
+        ->type_name("FILE");
+    convert->add_option("-o,--output", options->output, "Output file (default: standard output)")
+        ->type_name("FILE");
     convert->callback([options, &exit_status] { exit_status = RunConvert(*options); });
 }
 

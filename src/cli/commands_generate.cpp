@@ -34,15 +34,25 @@ void AddFatTree(CLI::App& generate, int& exit_status) {
     CLI::App* fat_tree =
         generate.add_subcommand("fat-tree", "A 2- or 3-level fat tree of radix-R switches");
     fat_tree->add_option("--levels", options->params.levels, "2 (leaves, spines) or 3 (and core)")
+        ->type_name("N")
         ->required();
-    fat_tree->add_option("--radix", options->params.radix, "Ports per switch")->required();
-    fat_tree->add_option("--hosts-per-leaf", options->params.hosts_per_leaf,
-                         "Hosts on each leaf (default radix/2)");
-    fat_tree->add_option("--parallel-links", options->params.parallel_links,
-                         "Links between each connected pair of switches (default 1)");
-    fat_tree->add_option("--planes", options->params.planes,
-                         "Independent copies of the fabric, one per plane (default 1)");
-    fat_tree->add_option("-o,--output", options->output, "Output file (default: standard output)");
+    fat_tree->add_option("--radix", options->params.radix, "Ports per switch")
+        ->type_name("R")
+        ->required();
+    fat_tree
+        ->add_option("--hosts-per-leaf", options->params.hosts_per_leaf,
+                     "Hosts on each leaf (default radix/2)")
+        ->type_name("H");
+    fat_tree
+        ->add_option("--parallel-links", options->params.parallel_links,
+                     "Links between each connected pair of switches (default 1)")
+        ->type_name("P");
+    fat_tree
+        ->add_option("--planes", options->params.planes,
+                     "Independent copies of the fabric, one per plane (default 1)")
+        ->type_name("N");
+    fat_tree->add_option("-o,--output", options->output, "Output file (default: standard output)")
+        ->type_name("FILE");
     fat_tree->callback([options, &exit_status] {
         exit_status = WriteGenerated("generate fat-tree", options->output,
                                      [&] { return GenerateFatTree(options->params); });
@@ -58,21 +68,30 @@ void AddDragonflyPlus(CLI::App& generate, int& exit_status) {
     CLI::App* dfp = generate.add_subcommand(
         "dragonfly-plus",
         "A Dragonfly+ fabric: groups of leaves and spines joined by global links");
-    dfp->add_option("--groups", options->params.groups, "Number of groups")->required();
+    dfp->add_option("--groups", options->params.groups, "Number of groups")
+        ->type_name("G")
+        ->required();
     dfp->add_option("--leaves-per-group", options->params.leaves_per_group, "Leaves per group")
+        ->type_name("L")
         ->required();
     dfp->add_option("--spines-per-group", options->params.spines_per_group, "Spines per group")
+        ->type_name("S")
         ->required();
     dfp->add_option("--hosts-per-leaf", options->params.hosts_per_leaf, "Hosts on each leaf")
+        ->type_name("H")
         ->required();
     dfp->add_option("--global-links-per-spine", options->params.global_links_per_spine,
                     "Links from each spine to spines of other groups")
+        ->type_name("K")
         ->required();
     dfp->add_option("--wiring", options->params.wiring,
                     "How global links are laid: consecutive (default), palmtree or random")
+        ->type_name("WIRING")
         ->check(CLI::IsMember({"consecutive", "palmtree", "random"}));
-    dfp->add_option("--seed", options->params.seed, "Seed of the random wiring (default 1)");
-    dfp->add_option("-o,--output", options->output, "Output file (default: standard output)");
+    dfp->add_option("--seed", options->params.seed, "Seed of the random wiring (default 1)")
+        ->type_name("S");
+    dfp->add_option("-o,--output", options->output, "Output file (default: standard output)")
+        ->type_name("FILE");
     dfp->callback([options, &exit_status] {
         exit_status = WriteGenerated("generate dragonfly-plus", options->output,
                                      [&] { return GenerateDragonflyPlus(options->params); });

@@ -93,15 +93,15 @@ std::vector<PortData> HostsFromFile(const std::string& path, const Fabric& fabri
     return ports;
 }
 
-std::vector<PortData> RandomHosts(size_t count, uint32_t seed, const Fabric& fabric) {
+std::vector<PortData> RandomHosts(long long count, uint32_t seed, const Fabric& fabric) {
     const std::vector<HostRecord>& hosts = fabric.Hosts();
-    if (count == 0 || count > hosts.size()) {
+    if (count <= 0 || static_cast<unsigned long long>(count) > hosts.size()) {
         throw UsageError("--random-hosts: cannot pick " + std::to_string(count) +
                          " hosts: the fabric has " + std::to_string(hosts.size()));
     }
     std::vector<PortData> ports;
     std::set<std::pair<uint64_t, uint8_t>> seen;
-    for (size_t index : PickRandomHosts(hosts.size(), count, seed)) {
+    for (size_t index : PickRandomHosts(hosts.size(), static_cast<size_t>(count), seed)) {
         const HostRecord& host = hosts[index];
         if (seen.emplace(host.guid, host.plane).second) {
             ports.push_back(PortData{host.guid, host.plane});

@@ -13,12 +13,12 @@
 namespace aggtree::cli {
 
 struct JobSource {
-    std::string job_file;     // --job
-    std::string hosts;        // --hosts, comma-separated names or GUIDs
-    std::string hosts_file;   // --hosts-from
-    size_t random_hosts = 0;  // --random-hosts
-    uint32_t seed = 1;        // --seed
-    std::string job_id;       // --job-id, overrides the job file's id when given
+    std::string job_file;        // --job
+    std::string hosts;           // --hosts, comma-separated names or GUIDs
+    std::string hosts_file;      // --hosts-from
+    long long random_hosts = 0;  // --random-hosts
+    uint32_t seed = 1;           // --seed
+    std::string job_id;          // --job-id, overrides the job file's id when given
 
     bool has_job_file = false;
     bool has_hosts = false;

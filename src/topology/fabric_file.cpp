@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <limits>
@@ -95,6 +96,10 @@ std::vector<size_t> ParseRootsText(const FabricDescription& description, std::st
 }
 
 std::string ReadTextFile(const std::string& path) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+        throw InputError(path, "", "cannot read the file: it is a directory");
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         throw InputError(path, "", std::string("cannot read the file: ") + std::strerror(errno));
@@ -248,19 +253,23 @@ void InferRanksLocated(FabricDescription& description, const std::string& file_n
 }
 
 void MarkDragonflyPlusDeferRoots(FabricDescription& description) {
-    std::map<uint16_t, int> top_rank;
-    for (const SwitchDescription& sw : description.switches) {
-        if ((sw.topology_kind == 2 || sw.topology_kind == 3) && sw.rank.has_value()) {
-            auto [it, inserted] = top_rank.emplace(sw.dfp_group_id, *sw.rank);
-            if (!inserted) {
-                it->second = std::max(it->second, *sw.rank);
-            }
+    const auto is_group_switch = [](const SwitchDescription& sw) {
+        return sw.topology_kind == 2 || sw.topology_kind == 3;
+    };
+    if (std::none_of(description.switches.begin(), description.switches.end(), is_group_switch)) {
+        return;
+    }
+    std::vector<bool> has_global_link(description.switches.size(), false);
+    for (const LinkDescription& link : description.links) {
+        if (link.a < description.switches.size() && link.b < description.switches.size() &&
+            GetSwitchDescriptionIslandId(description.switches[link.a]) !=
+                GetSwitchDescriptionIslandId(description.switches[link.b])) {
+            has_global_link[link.a] = true;
+            has_global_link[link.b] = true;
         }
     }
-    for (SwitchDescription& sw : description.switches) {
-        if ((sw.topology_kind == 2 || sw.topology_kind == 3) && sw.rank.has_value()) {
-            sw.defer_root = *sw.rank < top_rank[sw.dfp_group_id];
-        }
+    for (size_t i = 0; i < description.switches.size(); ++i) {
+        description.switches[i].defer_root = !has_global_link[i];
     }
 }
 
@@ -295,7 +304,7 @@ std::string Child(const std::string& path, size_t index) {
 
 // Finds the first key that appears twice in one object (nlohmann keeps only the last).
 class DuplicateKeyFinder : public nlohmann::json_sax<json> {
-  public:
+public:
     std::string duplicate_path;
     std::string duplicate_key;
 
@@ -338,7 +347,7 @@ class DuplicateKeyFinder : public nlohmann::json_sax<json> {
         return false;
     }
 
-  private:
+private:
     struct Frame {
         bool array;
         size_t next_index;
@@ -427,7 +436,7 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 }
 
 class Reader {
-  public:
+public:
     explicit Reader(const std::string& file_name) : m_file(file_name) {}
 
     [[noreturn]] void Fail(const std::string& path, const std::string& problem) const {
@@ -565,7 +574,7 @@ class Reader {
         return ids;
     }
 
-  private:
+private:
     const std::string& m_file;
 };
 

@@ -22,6 +22,8 @@
 // - "random": the group's links shuffled (std::mt19937 seeded with `seed`) before they
 //   are handed out.
 // Links that end on the same two spines are one link description with a count.
+// Marking (docs/dragonfly-plus.md): every group switch has topology kind 3; leaves, and
+// spines left without global links, are defer_root.
 #include "topology/generators.h"
 
 #include <algorithm>
@@ -51,7 +53,7 @@ std::string HostName(size_t number, size_t total) {
 }
 
 class Builder {
-  public:
+public:
     explicit Builder(FabricDescription& description, uint8_t plane, bool planes_enabled)
         : m_description(description), m_plane(plane), m_planes_enabled(planes_enabled) {}
 
@@ -95,7 +97,7 @@ class Builder {
         m_description.hosts.push_back(std::move(host));
     }
 
-  private:
+private:
     FabricDescription& m_description;
     uint8_t m_plane;
     bool m_planes_enabled;

@@ -18,9 +18,10 @@
 //   parallel cables between two switches add up into the link's count.
 // - Routers and their cables are ignored, with a warning.
 // - Group maps mark the named switches as Dragonfly+ group switches (topology kind 3,
-//   island = group id); within a group, every switch below the group's top rank is
-//   marked defer_root, so that a group's tree is rooted on its top switches, which carry
-//   the links to other groups.
+//   island = group id).  Then, as docs/dragonfly-plus.md recommends, every switch without
+//   a link to another island (leaves, middle levels, spines without global links, and
+//   the leaves of plain tree switches next to the groups) is marked defer_root, so that
+//   an island's tree is rooted on switches that carry the links to other islands.
 #include "topology/ibnetdiscover.h"
 
 #include <algorithm>
@@ -163,7 +164,7 @@ std::string QuotedPart(std::string_view text) {
 }
 
 class Importer {
-  public:
+public:
     Importer(std::string_view text, const std::string& file_name,
              std::vector<std::string>* warnings)
         : m_text(text), m_file(file_name), m_warnings(warnings) {}
@@ -171,7 +172,7 @@ class Importer {
     FabricDescription Run(std::string_view groups_text, const std::string& groups_file,
                           std::string_view roots_text, const std::string& roots_file);
 
-  private:
+private:
     [[noreturn]] void Fail(size_t line, const std::string& problem) const {
         throw InputError(m_file, line == 0 ? std::string() : "line " + std::to_string(line),
                          problem);

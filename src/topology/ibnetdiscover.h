@@ -8,7 +8,8 @@
 // repeat fall back to GUID texts.  Net files carry no GUIDs: a node gets the FNV-1a hash
 // of its quoted identifier, a Ca port the hash of "<identifier>/<port>".  Each cable
 // counts once; parallel cables add up.  Group-map switches become topology kind 3 with
-// dfp_group_id = the group, and those below their group's top rank defer_root.
+// dfp_group_id = the group; then every switch without a link to another island is
+// marked defer_root (docs/dragonfly-plus.md).
 // (Details at the top of ibnetdiscover.cpp.)
 #pragma once
 

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <set>
@@ -306,6 +307,10 @@ JobDescription ParseJobJson(std::string_view text, const std::string& file_name,
 }
 
 JobDescription LoadJobFile(const std::string& path, const Fabric& fabric) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+        throw InputError(path, "", "is a directory, not a file");
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         throw InputError(path, "", "cannot open the file");

@@ -20,8 +20,10 @@ using SwitchLocator = std::function<std::string(size_t switch_index)>;
 void InferRanksLocated(FabricDescription& description, const std::string& file_name,
                        const SwitchLocator& locate, std::vector<std::string>* warnings);
 
-// Marks the Dragonfly+ group switches (topology kind 2 or 3) below the top rank of their
-// group as defer_root, so that a group's tree is rooted on its top switches.  Needs ranks.
+// In a fabric with Dragonfly+ group switches (topology kind 2 or 3), marks every switch
+// that has no link to another island as defer_root, so that an island's tree is rooted
+// on switches that carry links to other islands (leaves and spines without global links
+// defer; docs/dragonfly-plus.md).  A fabric without group switches is left as it is.
 void MarkDragonflyPlusDeferRoots(FabricDescription& description);
 
 // The text without leading and trailing blanks (spaces, tabs, carriage returns).
@@ -29,12 +31,12 @@ std::string_view Trim(std::string_view text);
 
 // Finds switches of a description by name or by GUID text ("0x<hex>"); names first.
 class SwitchLookup {
-  public:
+public:
     explicit SwitchLookup(const FabricDescription& description);
     // The switch's index, or -1 when no switch has that name or GUID.
     std::ptrdiff_t Find(std::string_view name_or_guid) const;
 
-  private:
+private:
     std::unordered_map<std::string, size_t> m_by_name;
     std::unordered_map<uint64_t, size_t> m_by_guid;
 };

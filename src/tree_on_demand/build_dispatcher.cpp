@@ -6,6 +6,7 @@
 // order; islands are taken in the island map's order and each island is seeded,
 // swept and checked completely before the next one starts.  Forming islands and
 // seeding cost O(leaves); the rest is the cost of the stages called.
+#include <memory>
 #include <string>
 
 #include "tree_on_demand/on_demand_tree_creator.h"
@@ -15,16 +16,11 @@ namespace {
 
 constexpr const char* kDispatcher = "BuildDynamicQuasiFatTree";
 
-// A leaf belongs to its Dragonfly+ group's island; any other switch to island 65535,
+// A leaf of a Dragonfly+ group joins its group's island, any other leaf island 65535,
 // so a plain quasi fat tree is a single island.
-uint16_t IslandIdOf(const AggNodeFabricInfo& leaf) {
-    const uint32_t kind = leaf.port_info->topology_kind;
-    return (kind == 2 || kind == 3) ? leaf.port_info->dfp_group_id : kNoIslandId;
-}
-
 void FormIslands(const LeafSwitchOrderedSet& leaves, DfpIslandMap& islands) {
     for (AggNodeFabricInfo* leaf : leaves) {
-        const uint16_t island_id = IslandIdOf(*leaf);
+        const uint16_t island_id = GetAggNodeIslandId(leaf);
         std::unique_ptr<DfpIslandInfo>& island = islands[island_id];
         if (!island) {
             island = std::make_unique<DfpIslandInfo>();

@@ -36,7 +36,8 @@ std::string DescendantGroup::ToString(int indent) const {
     if (!children.empty()) {
         text << " children:";
         for (const DescendantGroup* child : children) {
-            text << "\n" << std::string(static_cast<size_t>(indent + 1), '-')
+            text << "\n"
+                 << std::string(static_cast<size_t>(indent + 1), '-')
                  << child->ToString(indent + 1);
         }
     }

@@ -72,6 +72,25 @@ void RebuildPathFromChain(DfpTraversalPath& path, const DfpBacktrackInfo* frame,
     }
 }
 
+// A frame whose node another frame already put on the path brings nothing new: that
+// frame pushed the node's children already, and putting the node on the path a second
+// time would let a later undo take it away from under them.  The frame is dropped like
+// a removed child of its parent, which may leave the parent a dead end in turn.
+void DropFrameOfNodeOnPath(DfpTraversalPath& path, const DfpBacktrackInfo* frame) {
+    const DfpBacktrackInfo* parent = frame->parent;
+    if (parent == nullptr) {
+        return;
+    }
+    auto parent_count = path.m_node_child_count.find(parent->node);
+    if (parent_count == path.m_node_child_count.end() || parent_count->second == 0) {
+        return;
+    }
+    --parent_count->second;
+    if (parent_count->second == 0) {
+        path.RemoveChildless(parent);
+    }
+}
+
 // Whether the candidate full path beats the best one so far: fewer transit nodes, then
 // a higher max degree, then more outbound links on its weakest island root.
 bool IsBetterFullPath(const DfpTraversalPath& curr_best, const DfpTraversalPath& candidate) {
@@ -199,6 +218,10 @@ uint32_t OnDemandTreeCreator::DfpFindPathThruIslands(const DfpIslandMap& map_isl
                 path.emplace(map_island_info, node_to_island_connectivity, node_comparer);
                 RebuildPathFromChain(*path, frame, stack);
                 branch_cut = false;
+            }
+            if (path->m_path_nodes.count(node) != 0) {
+                DropFrameOfNodeOnPath(*path, frame);
+                continue;
             }
             PutOnPath(*path, node);
 

@@ -10,6 +10,10 @@
 //
 // One request at a time; between requests only the tree nodes the creator made (owned
 // here until the next request) and the group-id counter survive.
+//
+// Lifetime: the creator's tree nodes unregister themselves from their switches when
+// destroyed, so destroy the creator before the fabric and never reuse one creator on
+// another fabric.
 #pragma once
 
 #include <cstdint>

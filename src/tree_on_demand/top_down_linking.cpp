@@ -101,9 +101,9 @@ uint32_t OnDemandTreeCreator::QuasiFatTreeBFSUpBottom(
                       static_cast<unsigned>(linked_route_count));
             break;
         }
-        const uint32_t status = QuasiFatTreeSelectBestRoute(
-            leaves_route, job_sub_tree_info, agg_node_to_quasi_fat_tree_info, next_level,
-            nodes_in_tree);
+        const uint32_t status =
+            QuasiFatTreeSelectBestRoute(leaves_route, job_sub_tree_info,
+                                        agg_node_to_quasi_fat_tree_info, next_level, nodes_in_tree);
         if (status != 0) {
             TREES_LOG(kLogLevelError, "Failed to find best route in quasi fat tree algorithm\n");
             return status;

@@ -7,10 +7,10 @@
 // struck out, SAT ids excepted, and the lowest id left is taken.  The record receives
 // tree id, plane and the score summary only on success.
 //
-// Cost: one score update and two word-wise ANDs per tree node, O(nodes × words) with
-// words = (max_tree_id + 1) / 64, at most 1024; one bit clear per job tree id; one scan
-// that stops at the first non-zero word.  The two candidate arrays are the only memory
-// taken and are released on every path.
+// Cost: one score update and two word-wise ANDs per tree node, O(nodes * words) with
+// words = ceil((max_tree_id + 1) / 64), at most 1024; one bit clear per job tree id;
+// one scan that stops at the first non-zero word.  The two candidate arrays are the
+// only memory taken and are released on every path.
 #include <cstdint>
 #include <set>
 

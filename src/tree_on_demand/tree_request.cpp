@@ -27,8 +27,7 @@ TreeNode* FindDefaultTreeNode(const AggNodeFabricInfo& node) {
 // A fresh default tree node for a leaf, owned by the creator until its next request.
 // Every leaf gets the job's plane, not the plane of the port that led to it, so the
 // whole tree is built on one plane.
-TreeNode* MakeLeafTreeNode(AggNodeFabricInfo& leaf, uint8_t job_plane,
-                           CreatedTreeNodes& created) {
+TreeNode* MakeLeafTreeNode(AggNodeFabricInfo& leaf, uint8_t job_plane, CreatedTreeNodes& created) {
     TreeNode* tree_node = nullptr;
     try {
         created.push_back(std::make_unique<TreeNode>(kDefaultTreeId, &leaf, job_plane));
@@ -66,8 +65,8 @@ void LogJobSummary(const JobSubTreeInfo& job_sub_tree_info) {
 }  // namespace
 
 int OnDemandTreeCreator::CreateTree(const JobPortSet& ports, const JobResource& job_resource,
-                                    const ZeltaExtJobId& job_id,
-                                    JobSubTreeInfo& job_sub_tree_info, JobSubTreeScore& score) {
+                                    const ZeltaExtJobId& job_id, JobSubTreeInfo& job_sub_tree_info,
+                                    JobSubTreeScore& score) {
     job_sub_tree_info.Clear(true);
     // The previous job's nodes go first, so no switch keeps pointing at them.
     for (std::unique_ptr<TreeNode>& tree_node : m_tree_nodes) {

@@ -505,6 +505,16 @@ TEST(FabricFile, LoadNamesAFileItCannotRead) {
     }
 }
 
+TEST(FabricFile, LoadRefusesADirectory) {
+    const std::string dir = std::filesystem::temp_directory_path().string();
+    try {
+        LoadFabric(dir);
+        FAIL() << "expected an InputError";
+    } catch (const InputError& error) {
+        EXPECT_EQ(std::string(error.what()), dir + ": cannot read the file: it is a directory");
+    }
+}
+
 TEST(FabricFile, LoadRecognisesAnIbnetdiscoverDumpByContent) {
     const std::string dir = SourceDir();
     std::vector<std::string> warnings;

@@ -329,8 +329,11 @@ TEST_P(DragonflyPlusWiring, EverySpineGetsItsGlobalLinks) {
     for (const SwitchDescription& sw : d.switches) {
         if (sw.name.find("-spine-") == std::string::npos) {
             EXPECT_EQ(neighbours.count(sw.name), 0u) << sw.name << " is a leaf";
+            EXPECT_TRUE(sw.defer_root) << sw.name;
             continue;
         }
+        // A spine without global links cannot join its group to others: it defers.
+        EXPECT_EQ(sw.defer_root, c.global_links == 0) << sw.name;
         auto it = neighbours.find(sw.name);
         const size_t links = it == neighbours.end() ? 0 : it->second.size();
         EXPECT_EQ(links, static_cast<size_t>(c.global_links)) << sw.name;

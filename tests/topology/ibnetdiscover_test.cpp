@@ -322,7 +322,12 @@ TEST(Ibnetdiscover, SwitchesOutsideTheGroupMapStayTreeSwitches) {
     const FabricDescription d =
         ParseIbnetdiscover(kTwoGroups, "net.txt", "spine-2 4\nleaf-3 4\n", "groups.txt");
     EXPECT_EQ(Sw(d, "spine-1").topology_kind, 1u);
-    EXPECT_FALSE(Sw(d, "leaf-1").defer_root);
+    // Next to groups, plain tree switches are marked alike: the leaves defer to spine-1,
+    // which carries the link to group 4.
+    EXPECT_TRUE(Sw(d, "leaf-1").defer_root);
+    EXPECT_FALSE(Sw(d, "spine-1").defer_root);
+    EXPECT_TRUE(Sw(d, "leaf-3").defer_root);
+    EXPECT_FALSE(Sw(d, "spine-2").defer_root);
     EXPECT_EQ(Sw(d, "spine-2").dfp_group_id, 4);
 }
 
@@ -356,6 +361,11 @@ TEST(Ibnetdiscover, ExampleDumpImportsCleanly) {
     EXPECT_THAT(warnings, IsEmpty());
     EXPECT_EQ(Sw(grouped, "leaf-2").dfp_group_id, 1);
     EXPECT_EQ(Sw(grouped, "leaf-4").dfp_group_id, 2);
+    EXPECT_EQ(Sw(grouped, "spine-2").topology_kind, 3u);
+    // Every switch of the demonstration carries a link to the other group.
+    for (const SwitchDescription& sw : grouped.switches) {
+        EXPECT_FALSE(sw.defer_root) << sw.name;
+    }
     Fabric grouped_fabric(grouped);
     // leaf-1 to spine-2 joins two groups: siblings.
     EXPECT_EQ(grouped_fabric.FindSwitch("leaf-1")->sibling_links.size(), 1u);

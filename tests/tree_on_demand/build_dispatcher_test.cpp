@@ -36,7 +36,7 @@ protected:
     }
 
     InstalledFabric fabric;
-    DefaultTreeNodePool pool;    // after the fabric: its nodes go first
+    DefaultTreeNodePool pool;     // after the fabric: its nodes go first
     OnDemandTreeCreator creator;  // its nodes go before the fabric's switches too
     JobResource job;
     JobSubTreeInfo info;
@@ -202,8 +202,8 @@ TEST_F(EmptyJobTest, EmptyLeafSetGoesStraightToDragonflyMode) {
 
 // Two leaves under two spines loaded in the order given; `second_load` active trees on
 // the spine loaded second.
-FabricSketch TwoSpines(const std::string& first, const std::string& second,
-                       uint32_t first_load = 0, uint32_t second_load = 0) {
+FabricSketch TwoSpines(const std::string& first, const std::string& second, uint32_t first_load = 0,
+                       uint32_t second_load = 0) {
     FabricSketch sketch;
     sketch.Switches({"leaf-1", "leaf-2"}, 0)
         .Switch(first, 1, [=](SwitchDescription& sw) { sw.active_trees = first_load; })
@@ -225,9 +225,10 @@ TEST_F(EqualSpinesTest, EqualRootCandidatesLeaveTheRootAtTheLowerAddress) {
 
     ASSERT_EQ(Build({"leaf-1", "leaf-2"}), 0) << log.Dump();
 
-    EXPECT_TRUE(log.Contains(kLogLevelDebug,
-                             "After DfpTreeBFSBottomup() island_id: 65535. n_island_roots=2\nNodes: "
-                             "\n\tspine-b\n\tspine-a\n"));
+    EXPECT_TRUE(
+        log.Contains(kLogLevelDebug,
+                     "After DfpTreeBFSBottomup() island_id: 65535. n_island_roots=2\nNodes: "
+                     "\n\tspine-b\n\tspine-a\n"));
     EXPECT_TRUE(log.Contains(kLogLevelDebug, "Post-bottomup picked root=spine-b\n"));
     EXPECT_EQ(info.root_node, fabric.Switch("spine-b"));
 }

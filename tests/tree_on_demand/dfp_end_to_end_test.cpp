@@ -92,6 +92,30 @@ TEST_F(DfpEndToEnd, TwoGroupsJoinedDirectlyHangEachLeafUnderItsSpine) {
                              "DfpLinkIslandGraphs Center for rank-0 subtree: " + root + "\n"));
 }
 
+TEST_F(DfpEndToEnd, ThreeGroupsInALineAreRootedAtTheMiddleSpine) {
+    FabricSketch sketch;
+    Group(sketch, 1, {""}, {""});
+    Group(sketch, 2, {"", "b"}, {""});
+    Group(sketch, 3, {""}, {""});
+    sketch.Link("s1", "s2").Link("s2", "s3");
+    LogCapture log(kLogLevelDebug);
+    JobRun run = Run(sketch, {"h1", "h2", "h2b", "h3"});
+    ASSERT_EQ(run.status, 0) << log.Dump();
+    EXPECT_EQ(run.info.root_node->name, "s2");
+    EXPECT_EQ(run.ParentOf("s2"), "");
+    // Island 2's subtree is linked first, then the root links from s2.
+    const std::vector<std::string> children = run.ChildrenOf("s2");
+    ASSERT_EQ(children.size(), 4u);
+    EXPECT_EQ(Sorted({children[0], children[1]}), (std::vector<std::string>{"l2", "l2b"}));
+    EXPECT_EQ(Sorted({children[2], children[3]}), (std::vector<std::string>{"s1", "s3"}));
+    EXPECT_EQ(run.ChildrenOf("s1"), std::vector<std::string>{"l1"});
+    EXPECT_EQ(run.ChildrenOf("s3"), std::vector<std::string>{"l3"});
+    EXPECT_TRUE(run.ChildrenOf("l1").empty());
+    EXPECT_EQ(run.SwitchNames().size(), 7u);
+    EXPECT_TRUE(
+        log.Contains(kLogLevelDebug, "DfpLinkIslandGraphs Center for rank-0 subtree: s2\n"));
+}
+
 TEST_F(DfpEndToEnd, FourGroupsInARingAreJoinedAlongThreeOfTheRingLinks) {
     FabricSketch sketch;
     for (uint16_t g = 1; g <= 4; ++g) {
@@ -254,6 +278,25 @@ TEST_F(DfpEndToEnd, LeafOfKindTwoAsFullCoverFailsTheMultiGroupJob) {
     JobRun run = Run(sketch, {"h1", "h2"});
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(log.Contains(kLogLevelError, "Exception caught: not tree or DFP topology\n"))
+        << log.Dump();
+}
+
+TEST_F(DfpEndToEnd, LeafThatMayBeARootLeavesItsGroupWithoutGlobalLinks) {
+    // Without defer_root the single job leaf of group 1 is the group's only root, and a
+    // leaf has no global link.
+    FabricSketch sketch;
+    Group(sketch, 1, {""}, {""});
+    Group(sketch, 2, {""}, {""});
+    sketch.Link("s1", "s2");
+    sketch.Sw("l1").defer_root = false;
+    LogCapture log(kLogLevelDebug);
+    JobRun run = Run(sketch, {"h1", "h2"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(log.Messages(kLogLevelWarning),
+              std::vector<std::string>{"Island 1 has no outbound links\n"});
+    EXPECT_TRUE(log.Contains(kLogLevelDebug,
+                             "After DfpTreeBFSBottomup() island_id: 1. n_island_roots=1\nNodes: "
+                             "\n\tl1\n"))
         << log.Dump();
 }
 

@@ -29,7 +29,34 @@ class DfpIslandLinking : public ::testing::Test {
             .DfpSwitch("rb", 1, 2)
             .DfpSwitch("rc", 1, 3)
             .DfpSwitch("x", 1, 7)
-            .Link("la", "ra");
+            .DfpSwitch("l3", 0, 3)
+            .DfpSwitch("rc2", 1, 3)
+            .DfpSwitch("rd", 1, 4)
+            .Link("la", "ra")
+            .Link("l3", "rc")
+            .Link("l3", "rc2");
+        return sketch;
+    }
+
+    // Gives `root` of `island` a sweep record whose best group reaches `leaf` alone.
+    void RateRootOverLeaf(DfpIslandInfo& island, const char* root, const char* leaf) {
+        QuasiFatTreeInfoMap& records = island.agg_node_to_quasi_fat_tree_info;
+        if (records.count(N(leaf)) == 0) {
+            DescendantGroup& seed = island.descendant_groups.emplace_back(N(leaf));
+            seed.leaf_nodes.insert(N(leaf));
+            records[N(leaf)] = std::make_unique<QuasiFatTreeAnInfo>(N(leaf));
+            records[N(leaf)]->best_group = &seed;
+        }
+        DescendantGroup& best = island.descendant_groups.emplace_back(N(root));
+        best.leaf_nodes.insert(N(leaf));
+        best.children.push_back(records[N(leaf)]->best_group);
+        records[N(root)] = std::make_unique<QuasiFatTreeAnInfo>(N(root));
+        records[N(root)]->best_group = &best;
+    }
+
+    // Two transit nodes allowed on the path.
+    static FabricSketch Options2(FabricSketch sketch) {
+        sketch.Options(64, 2);
         return sketch;
     }
 
@@ -256,6 +283,61 @@ TEST_F(DfpIslandLinking, FailingIslandSubtreeNamesItsRootAndLeavesTheRootsUnlink
     EXPECT_TRUE(ChildrenOf("ra").empty());
     EXPECT_TRUE(ChildrenOf("rb").empty());
     EXPECT_FALSE(log.ContainsFragment(kLogLevelDebug, "Center for rank-0 subtree")) << log.Dump();
+}
+
+TEST_F(DfpIslandLinking, SecondRootOfAnIslandInsideThePathOnlyRelays) {
+    // ra - rc - rb - rc2 - rd: both roots of island 3 lie inside the path, so neither
+    // can be pruned; only one of them may carry l3.
+    Install(Base().Link("ra", "rc").Link("rc", "rb").Link("rb", "rc2").Link("rc2", "rd"));
+    AddIsland(1, "ra");
+    AddIsland(2, "rb");
+    DfpIslandInfo& island3 = AddIsland(3, "rc");
+    island3.island_roots.insert(N("rc2"));
+    AddIsland(4, "rd");
+    RateRootOverLeaf(island3, "rc", "l3");
+    RateRootOverLeaf(island3, "rc2", "l3");
+    GiveDefaultTreeNodes({"ra", "rb", "rc", "rc2", "rd", "l3"});
+    LogCapture log;
+    ASSERT_EQ(Link(), 0u) << log.Dump();
+
+    EXPECT_EQ(
+        log.Count(kLogLevelDebug, "qft_root=rc\n") + log.Count(kLogLevelDebug, "qft_root=rc2\n"),
+        1u)
+        << log.Dump();
+    const std::string carrier = ParentOf("l3");
+    ASSERT_TRUE(carrier == "rc" || carrier == "rc2") << carrier;
+    EXPECT_EQ(log.Count(kLogLevelDebug, "qft_root=" + carrier + "\n"), 1u);
+    // The centre of the five roots is the middle one; every root has one parent.
+    EXPECT_EQ(job.root_node, N("rb"));
+    EXPECT_EQ(ParentOf("rc"), "rb");
+    EXPECT_EQ(ParentOf("rc2"), "rb");
+    EXPECT_EQ(ParentOf("ra"), "rc");
+    EXPECT_EQ(ParentOf("rd"), "rc2");
+    std::vector<std::string> names = TreeNames();
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"l3", "ra", "rb", "rc", "rc2", "rd"}));
+    std::vector<std::string> island3_children = ChildrenOf("rc");
+    for (const std::string& child : ChildrenOf("rc2")) {
+        island3_children.push_back(child);
+    }
+    EXPECT_EQ(std::count(island3_children.begin(), island3_children.end(), "l3"), 1);
+}
+
+TEST_F(DfpIslandLinking, ChosenSwitchOfAJobIslandThatIsNoRootOnlyRelays) {
+    // The leaf la of island 1 has global links of its own and joins x to rb.
+    Install(Options2(Base()).Link("ra", "x").Link("x", "la").Link("la", "rb"));
+    DfpIslandInfo& island1 = AddIsland(1, "ra");
+    AddIsland(2, "rb");
+    RateRootOverLeaf(island1, "ra", "la");
+    GiveDefaultTreeNodes({"la", "ra", "rb"});
+    LogCapture log;
+    ASSERT_EQ(Link(), 0u) << log.Dump();
+    EXPECT_TRUE(log.Contains(kLogLevelDebug, "qft_root=ra\n")) << log.Dump();
+    EXPECT_FALSE(log.Contains(kLogLevelDebug, "qft_root=la\n")) << log.Dump();
+    std::vector<std::string> names = TreeNames();
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"la", "ra", "rb", "x"}));
+    EXPECT_EQ(job.tree_nodes_count, 4u);
 }
 
 TEST_F(DfpIslandLinking, FailedPathSearchIsPassedUp) {

@@ -30,6 +30,7 @@ class DfpPathSearch : public ::testing::Test {
             .DfpSwitch("b1", 1, 2)
             .DfpSwitch("b2", 1, 2)
             .DfpSwitch("c", 1, 3)
+            .DfpSwitch("d", 1, 4)
             .DfpSwitch("x", 1, 7)
             .DfpSwitch("x1", 1, 7)
             .DfpSwitch("x2", 1, 8)
@@ -256,6 +257,36 @@ TEST_F(DfpPathSearch, FullPathWithFewerTransitNodesIsPreferred) {
                                    ". candidate_better?: 1. reason: path_length\n");
         }
     }
+}
+
+TEST_F(DfpPathSearch, NodeMetAgainWhileOnThePathKeepsItsChildrenConnected) {
+    // From a, b is tried first and reaches x, which leads on to c (a dead end that stays
+    // as island 3's root).  Then a's own frame for x comes up while x is still on the
+    // path carrying c; taking x off would cut c from the path.  d is reached last,
+    // through x2.  Parallel links make island 1 the one with the fewest links.
+    Install(Base(2)
+                .Link("a", "x")
+                .Link("a", "b")
+                .Link("a", "x2")
+                .Link("b", "x", 3)
+                .Link("x", "c", 4)
+                .Link("x2", "d", 4));
+    AddIsland(1, {"a"});
+    AddIsland(2, {"b"});
+    AddIsland(3, {"c"});
+    AddIsland(4, {"d"});
+    LogCapture log;
+    ASSERT_EQ(Search(), 0u) << log.Dump();
+    EXPECT_TRUE(log.Contains(kLogLevelDebug, "Min-links island: 1\n")) << log.Dump();
+    EXPECT_EQ(PathNames(), (std::vector<std::string>{"a", "b", "c", "d", "x", "x2"}));
+    EXPECT_EQ(start_node, N("a"));
+    EXPECT_EQ(log.Count(kLogLevelDebug, "- Removed childless x\n"), 0u) << log.Dump();
+    EXPECT_EQ(Starting(log,
+                       "DfpFindPathThruIslands Result: max-degree node: a degree: 3 "
+                       "n_childless=2 best_path: ")
+                  .size(),
+              1u)
+        << log.Dump();
 }
 
 TEST_F(DfpPathSearch, LockedLinksAreInvisibleToAJobThatNeedsLocks) {

@@ -180,6 +180,8 @@ RC_GTEST_PROP(DfpProperty, ReturnedTreesAreProperAndFollowRealLinks, ()) {
     } else {
         // A job that is turned down says why.
         RC_ASSERT(!run.info.error_text.empty());
+        std::vector<std::string> reasons = log.Messages(kLogLevelWarning);
+        RC_TAG(reasons.empty() ? std::string("no warning") : reasons.front());
         RC_ASSERT(log.Messages(kLogLevelError).size() + log.Messages(kLogLevelWarning).size() > 0u);
     }
 }

@@ -234,8 +234,8 @@ TEST(QuasiFatTreeEndToEnd, ExcludedLeafFailsTheWholeRequest) {
     JobRun run = RunJob(creator, fabric, {"h1", "h3"});
 
     EXPECT_EQ(run.status, 1);
-    EXPECT_TRUE(
-        log.Contains(kLogLevelDebug, "AggNode: leaf-2 GUID:0x1002 doesn't satisfy job requirements\n"));
+    EXPECT_TRUE(log.Contains(kLogLevelDebug,
+                             "AggNode: leaf-2 GUID:0x1002 doesn't satisfy job requirements\n"));
     EXPECT_TRUE(log.Contains(kLogLevelDebug,
                              "AggNode: leaf-2 GUID:0x1002 is a leaf switch, cannot build quasi fat "
                              "tree\n"));
@@ -268,18 +268,21 @@ std::string RootFor(const JobResource& job, const std::function<void(FabricSketc
         return "";
     }
     EXPECT_EQ(Invariants(run, fabric), "");
-    EXPECT_THAT(run.ChildrenOf(run.info.root_node->name),
-                UnorderedElementsAre("leaf-1", "leaf-2"));
+    EXPECT_THAT(run.ChildrenOf(run.info.root_node->name), UnorderedElementsAre("leaf-1", "leaf-2"));
     return run.info.root_node->name;
 }
 
-void LockTaken(FabricSketch& sketch) { sketch.Sw("spine-1").lock_available = false; }
+void LockTaken(FabricSketch& sketch) {
+    sketch.Sw("spine-1").lock_available = false;
+}
 void ExclusiveLockTaken(FabricSketch& sketch) {
     sketch.Sw("spine-1").exclusive_lock_available = false;
 }
 
 // The first of leaf-1's links to spine-1 (the sketch adds it first).
-LinkDescription& Leaf1ToSpine1(FabricSketch& sketch) { return sketch.Description().links[0]; }
+LinkDescription& Leaf1ToSpine1(FabricSketch& sketch) {
+    return sketch.Description().links[0];
+}
 
 TEST(QuasiFatTreeEndToEnd, SwitchWhoseLockIsTakenServesOnlyJobsWithoutLocks) {
     EXPECT_EQ(RootFor(LockJob(false), LockTaken), "spine-2");
@@ -339,7 +342,8 @@ TEST(QuasiFatTreeEndToEnd, RootThatCannotTakeAllItsChildrenFailsTheRequest) {
 
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.info.error_text, "Failed to build a tree based on the selected root 'spine-1'\n");
-    EXPECT_TRUE(log.Contains(kLogLevelError, "Failed to find best route in quasi fat tree algorithm\n"));
+    EXPECT_TRUE(
+        log.Contains(kLogLevelError, "Failed to find best route in quasi fat tree algorithm\n"));
     EXPECT_THAT(run.info.tree_nodes, IsEmpty());
 }
 
@@ -482,6 +486,72 @@ TEST(QuasiFatTreeEndToEnd, SatTreeIdHeldByTheJobStaysAvailable) {
 
     ASSERT_EQ(run.status, 0);
     EXPECT_EQ(run.info.tree_id, 1);
+    EXPECT_EQ(Invariants(run, fabric), "");
+}
+
+// 16 pods of 32 leaves and 4 aggregation switches, every leaf linked to every
+// aggregation switch of its pod and every aggregation switch to each of 4 cores; one
+// host per leaf.
+FabricSketch LargeFatTree() {
+    constexpr int kPods = 16;
+    constexpr int kLeavesPerPod = 32;
+    constexpr int kAggsPerPod = 4;
+    constexpr int kCores = 4;
+    FabricSketch sketch;
+    for (int pod = 0; pod < kPods; ++pod) {
+        for (int leaf = 0; leaf < kLeavesPerPod; ++leaf) {
+            sketch.Switch("leaf-" + std::to_string(pod) + "-" + std::to_string(leaf), 0);
+        }
+    }
+    for (int pod = 0; pod < kPods; ++pod) {
+        for (int agg = 0; agg < kAggsPerPod; ++agg) {
+            sketch.Switch("agg-" + std::to_string(pod) + "-" + std::to_string(agg), 1);
+        }
+    }
+    for (int core = 0; core < kCores; ++core) {
+        sketch.Switch("core-" + std::to_string(core), 2);
+    }
+    for (int pod = 0; pod < kPods; ++pod) {
+        const std::string p = std::to_string(pod);
+        for (int agg = 0; agg < kAggsPerPod; ++agg) {
+            const std::string agg_name = "agg-" + p + "-" + std::to_string(agg);
+            for (int leaf = 0; leaf < kLeavesPerPod; ++leaf) {
+                sketch.Link("leaf-" + p + "-" + std::to_string(leaf), agg_name);
+            }
+            for (int core = 0; core < kCores; ++core) {
+                sketch.Link(agg_name, "core-" + std::to_string(core));
+            }
+        }
+        for (int leaf = 0; leaf < kLeavesPerPod; ++leaf) {
+            const std::string leaf_name = "leaf-" + p + "-" + std::to_string(leaf);
+            sketch.Host("h-" + leaf_name.substr(5), leaf_name);
+        }
+    }
+    return sketch;
+}
+
+TEST(QuasiFatTreeEndToEnd, JobOnFiveHundredTwelveLeavesBuildsAProperTree) {
+    InstalledFabric fabric(LargeFatTree());
+    OnDemandTreeCreator creator;
+    std::vector<std::string> hosts;
+    for (const HostRecord& host : fabric.fabric().Hosts()) {
+        hosts.push_back(host.name);
+    }
+    ASSERT_EQ(hosts.size(), 512u);
+
+    JobRun run = RunJob(creator, fabric, hosts);
+
+    ASSERT_EQ(run.status, 0);
+    // Ties all round: the first core, and in every pod its first aggregation switch.
+    EXPECT_EQ(run.info.root_node->name, "core-0");
+    EXPECT_EQ(run.ChildrenOf("core-0").size(), 16u);
+    EXPECT_EQ(run.info.tree_nodes_count, 1u + 16u + 512u);
+    for (int pod = 0; pod < 16; ++pod) {
+        const std::string p = std::to_string(pod);
+        EXPECT_EQ(run.ParentOf("agg-" + p + "-0"), "core-0");
+        EXPECT_EQ(run.ChildrenOf("agg-" + p + "-0").size(), 32u);
+        EXPECT_EQ(run.ParentOf("leaf-" + p + "-31"), "agg-" + p + "-0");
+    }
     EXPECT_EQ(Invariants(run, fabric), "");
 }
 

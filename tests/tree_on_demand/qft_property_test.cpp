@@ -27,7 +27,9 @@ struct RandomFabric {
 
 // True with probability 1/n whatever the generation size (inRange favours small values
 // while the size is small).
-bool OneIn(size_t n) { return *rc::gen::weightedElement<bool>({{1, true}, {n - 1, false}}); }
+bool OneIn(size_t n) {
+    return *rc::gen::weightedElement<bool>({{1, true}, {n - 1, false}});
+}
 
 // 0 (no link) to 3 parallel links; at least one when the fabric is healthy.
 uint16_t LinkCount(Health health) {
@@ -206,9 +208,8 @@ RC_GTEST_PROP(QuasiFatTreeProperties, JobOnOneHealthyLeafIsAlwaysServed, ()) {
     sw.valid = true;
     sw.used_tree_ids.clear();
     // The job may hold every tree id but one.
-    random.sketch.Description().job_tree_ids.back().tree_ids.resize(
-        std::min<size_t>(random.sketch.Description().job_tree_ids.back().tree_ids.size(),
-                         kMaxTreeId));
+    random.sketch.Description().job_tree_ids.back().tree_ids.resize(std::min<size_t>(
+        random.sketch.Description().job_tree_ids.back().tree_ids.size(), kMaxTreeId));
     const Outcome outcome = Request(random, random.hosts_by_leaf[leaf]);
     RC_ASSERT(outcome.status == 0);
     RC_ASSERT(outcome.invariants == "");

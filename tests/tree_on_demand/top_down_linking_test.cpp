@@ -72,8 +72,7 @@ protected:
     }
 
     uint32_t SelectRoutes() {
-        return creator.QuasiFatTreeSelectBestRoute(routes, info, infos, next_level,
-                                                   nodes_in_tree);
+        return creator.QuasiFatTreeSelectBestRoute(routes, info, infos, next_level, nodes_in_tree);
     }
 
     std::vector<std::string> ChildNames(const std::string& parent) {
