@@ -27,13 +27,13 @@ DemoFabric DemoDragonflyPlus() {
     params.leaves_per_group = 2;
     params.spines_per_group = 2;
     params.hosts_per_leaf = 2;
-    params.global_links_per_spine = 1;
+    params.global_links_per_spine = 2;
     params.wiring = "consecutive";
     DemoFabric demo;
-    demo.title = "Dragonfly+: 3 groups of 2 leaves and 2 spines, 1 global link per spine";
+    demo.title = "Dragonfly+: 3 groups of 2 leaves and 2 spines, 2 global links per spine";
     demo.generate_args =
         "generate dragonfly-plus --groups 3 --leaves-per-group 2 "
-        "--spines-per-group 2 --hosts-per-leaf 2 --global-links-per-spine 1 "
+        "--spines-per-group 2 --hosts-per-leaf 2 --global-links-per-spine 2 "
         "--wiring consecutive";
     demo.description = GenerateDragonflyPlus(params);
     return demo;

@@ -1,5 +1,6 @@
 #include "common/am_assert.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <vector>

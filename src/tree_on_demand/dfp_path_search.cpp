@@ -35,8 +35,7 @@ bool IsJobIslandRoot(const DfpIslandMap& map_island_info, const AggNode* node) {
 }
 
 // Puts `node` on the path, counting it as an entry into its job island or as one more
-// childless-island node.  A node already on the path (met again through another
-// frame) is not counted twice.
+// childless-island node.  A node already on the path is not counted twice.
 void PutOnPath(DfpTraversalPath& path, const AggNode* node) {
     if (!path.m_path_nodes.insert(node).second) {
         return;

@@ -25,7 +25,7 @@ bool DotIsInstalled() {
 }
 
 class GraphOutputTest : public CliTest {
-  protected:
+protected:
     RunResult Build(const std::vector<std::string>& extra,
                     const std::map<std::string, std::string>& env = {}) {
         std::vector<std::string> args = {"build", "--fabric", Example("fat-tree.json"), "--job",

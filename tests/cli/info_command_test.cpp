@@ -39,9 +39,9 @@ TEST_F(InfoCommandTest, JsonSummaryOfTheDragonflyPlusExampleCountsIslands) {
     EXPECT_EQ(info["switches"], 12);
     EXPECT_EQ(info["hosts"], 6);
     EXPECT_EQ(info["host_switches"], 6);
-    EXPECT_EQ(info["links"], 18);
-    EXPECT_EQ(info["cables"], 18);
-    EXPECT_EQ(info["cables_between_islands"], 6);
+    EXPECT_EQ(info["links"], 14);
+    EXPECT_EQ(info["cables"], 14);
+    EXPECT_EQ(info["cables_between_islands"], 2);
     EXPECT_EQ(info["links_with_parallel_cables"], 0);
     EXPECT_EQ(info["switches_by_rank"], Json::parse(R"({"0": 6, "1": 6})"));
     ASSERT_EQ(info["islands"].size(), 3u);

@@ -12,7 +12,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 class LogOptionsTest : public CliTest {
-  protected:
+protected:
     RunResult Build(const std::vector<std::string>& extra) {
         std::vector<std::string> args = {
             "build", "--fabric", Example("fat-tree.json"), "--job", Example("fat-tree-job.json"),

@@ -2,6 +2,7 @@
 // up-link filtering, new parents and offers of identical leaf sets.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -580,6 +581,97 @@ TEST(BottomUpSweepTest, IdenticalOffersOfEqualScoreGoToTheChildWithMoreLinks) {
 TEST(BottomUpSweepTest, IdenticalOffersGoToTheBetterScoreWhateverTheLinks) {
     EXPECT_EQ(KeptOfferForTheSharedLeaves(1, 1, 1, 0), "mid-2");
     EXPECT_EQ(KeptOfferForTheSharedLeaves(1, 2, 0, 1), "mid-1");
+}
+
+// A lone switch queued with a record holding the offers of three middles: the seed
+// {1-4} (3 links), {4-6} and {5-6} (`mid_3_links`).  Its candidates come out as
+// [seed + {5-6}, seed + {4-6}, seed], the first two covering all six leaves and rated
+// by their fewest parallel links.
+struct ThreeCandidatesBench {
+    explicit ThreeCandidatesBench(int32_t mid_3_links) : bench(Sketch()) {
+        AggNodeFabricInfo* top = bench.Sw("top");
+        top_tree_node = std::make_unique<TreeNode>(kDefaultTreeId, top, 0);
+        top->AddTreeNode(kDefaultTreeId, top_tree_node.get());
+        auto& info = bench.infos[top] = std::make_unique<QuasiFatTreeAnInfo>(top);
+        Offer(*info, "mid-1", {"leaf-1", "leaf-2", "leaf-3", "leaf-4"}, 3);
+        Offer(*info, "mid-2", {"leaf-4", "leaf-5", "leaf-6"}, 3);
+        Offer(*info, "mid-3", {"leaf-5", "leaf-6"}, mid_3_links);
+        bench.queue.push(top);
+    }
+
+    static FabricSketch Sketch() {
+        FabricSketch sketch;
+        sketch.Switches({"leaf-1", "leaf-2", "leaf-3", "leaf-4", "leaf-5", "leaf-6"}, 0)
+            .Switches({"mid-1", "mid-2", "mid-3"}, 1)
+            .Switch("top", 2);
+        return sketch;
+    }
+
+    void Offer(QuasiFatTreeAnInfo& info, const std::string& at,
+               const std::vector<std::string>& leaves, int32_t links) {
+        DescendantGroup& group = bench.groups.emplace_back(bench.Sw(at));
+        for (const std::string& leaf : leaves) {
+            group.leaf_nodes.insert(bench.Sw(leaf));
+        }
+        group.leaves_hash = CalculateLeavesHash(group.leaf_nodes, LeafNodeGuidKey);
+        info.child_groups[group.leaves_hash] = &group;
+        info.map_valid_path_count_to_child[bench.Sw(at)] = links;
+    }
+
+    // The top's candidates, in the order they were offered to the choice.
+    std::vector<const DescendantGroup*> Candidates() {
+        std::vector<const DescendantGroup*> made;
+        for (const DescendantGroup& group : bench.groups) {
+            if (group.node == bench.Sw("top")) {
+                made.push_back(&group);
+            }
+        }
+        return {made[2], made[1], made[0]};  // merges go in front, newest first
+    }
+
+    SweepBench bench;
+    std::unique_ptr<TreeNode> top_tree_node;
+};
+
+TEST(BottomUpSweepTest, EquallyWideCandidateThatScoresBetterReplacesTheBest) {
+    LogCapture log;
+    ThreeCandidatesBench three(1);  // the first candidate has a single-link hop
+
+    EXPECT_EQ(three.bench.Run(), 0);
+
+    std::vector<const DescendantGroup*> candidates = three.Candidates();
+    ASSERT_EQ(candidates[0]->size(), 6u);
+    ASSERT_EQ(candidates[1]->size(), 6u);
+    ASSERT_EQ(candidates[2]->size(), 4u);
+    EXPECT_EQ(candidates[0]->score.min_parallel_links, 1);
+    EXPECT_EQ(candidates[1]->score.min_parallel_links, 3);
+    EXPECT_TRUE(candidates[1]->score.IsWorseThan(candidates[2]->score, three.bench.job))
+        << "the narrow seed scores better yet never wins";
+    EXPECT_EQ(three.bench.Info("top")->best_group, candidates[1]);
+    EXPECT_EQ(log.Count(4, "curr_group_DG_id=" + std::to_string(candidates[1]->id) +
+                               " (size=6) replaces best_group_DG_id=" +
+                               std::to_string(candidates[0]->id) + " (size=6)\n"),
+              1u)
+        << log.Dump();
+    EXPECT_FALSE(log.ContainsFragment(4, "curr_group_DG_id=" + std::to_string(candidates[2]->id)));
+    EXPECT_TRUE(log.Contains(
+        4, "best among combined groups DG_ID: " + std::to_string(candidates[1]->id) + "\n"));
+    EXPECT_TRUE(three.bench.roots.empty()) << "one queued switch, so six leaves is no full cover";
+}
+
+TEST(BottomUpSweepTest, EquallyWideCandidatesOfEqualScoreKeepTheFirst) {
+    LogCapture log;
+    ThreeCandidatesBench three(3);
+
+    EXPECT_EQ(three.bench.Run(), 0);
+
+    std::vector<const DescendantGroup*> candidates = three.Candidates();
+    ASSERT_EQ(candidates[0]->size(), 6u);
+    ASSERT_EQ(candidates[1]->size(), 6u);
+    EXPECT_FALSE(candidates[0]->score.IsWorseThan(candidates[1]->score, three.bench.job));
+    EXPECT_FALSE(candidates[1]->score.IsWorseThan(candidates[0]->score, three.bench.job));
+    EXPECT_EQ(three.bench.Info("top")->best_group, candidates[0]);
+    EXPECT_FALSE(log.ContainsFragment(4, "replaces best_group_DG_id=")) << log.Dump();
 }
 
 TEST(BottomUpSweepTest, RivalOfferWithoutLinkCountIsAnAssertion) {

@@ -47,7 +47,7 @@ void Group(FabricSketch& sketch, uint16_t group, std::vector<std::string> leaf_s
 }
 
 class DfpEndToEnd : public ::testing::Test {
-  protected:
+protected:
     JobRun Run(const FabricSketch& sketch, const std::vector<std::string>& hosts) {
         fabric = std::make_unique<InstalledFabric>(sketch);
         JobRun run = RunJob(creator, *fabric, hosts);

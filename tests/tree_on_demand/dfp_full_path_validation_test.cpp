@@ -16,7 +16,7 @@
 namespace {
 
 class FullPathValidation : public ::testing::Test {
-  protected:
+protected:
     FullPathValidation() : fabric(Sketch()), comparer(&islands), path(islands, degrees, comparer) {
         AddIsland(1, {"a1", "a2"}, 4);
         AddIsland(2, {"b"}, 4);

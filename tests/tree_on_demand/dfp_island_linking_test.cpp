@@ -20,7 +20,7 @@ namespace {
 // Island records are made by hand: roots without a sweep record get no subtree, so
 // the root links can be looked at on their own.
 class DfpIslandLinking : public ::testing::Test {
-  protected:
+protected:
     static FabricSketch Base(uint16_t max_tree_children = 64) {
         FabricSketch sketch;
         sketch.Options(max_tree_children, 1)

@@ -14,7 +14,7 @@
 namespace {
 
 class DfpNodeComparerTest : public ::testing::Test {
-  protected:
+protected:
     DfpNodeComparerTest() : fabric(Sketch()), comparer(&islands) {
         AddIsland(1, {"r1", "r1b"}, 4);
         AddIsland(2, {"r2"}, 4);

@@ -20,7 +20,7 @@ namespace {
 // root of group 1, "b*" of group 2, "c" of group 3; "x*", "y", "z*" lie in groups that
 // hold no job leaves.
 class DfpPathSearch : public ::testing::Test {
-  protected:
+protected:
     static FabricSketch Base(uint8_t max_childless_islands) {
         FabricSketch sketch;
         sketch.Options(64, max_childless_islands)

@@ -15,7 +15,7 @@
 namespace {
 
 class DfpTraversalPathTest : public ::testing::Test {
-  protected:
+protected:
     DfpTraversalPathTest()
         : fabric(Sketch()), comparer(&islands), path(islands, degrees, comparer) {
         AddIsland(1, {"r1", "r1b"});

@@ -325,6 +325,33 @@ TEST_F(GroupCombinationTest, OverlapOfferWithoutUniqueLeafIsMergedIntoTheCandida
     EXPECT_EQ(log.Count(4, "MergeGroups redundant raw group\n"), 1u) << log.Dump();
 }
 
+TEST_F(GroupCombinationTest, OverlapOfferWithAUniqueLeafJoinsEveryCandidate) {
+    GiveDefaultTreeNode("top");
+    QuasiFatTreeAnInfo& top = Record("top");
+    // The seed takes leaves 1-4; {3-5} has no leaf of its own and is merged beside it,
+    // giving two candidates; {5-6} alone reaches leaf 6, so both candidates take it.
+    DescendantGroup& seed = Offer(top, "mid-1", {"leaf-1", "leaf-2", "leaf-3", "leaf-4"}, 3);
+    DescendantGroup& shared = Offer(top, "mid-2", {"leaf-3", "leaf-4", "leaf-5"}, 3);
+    DescendantGroup& unique = Offer(top, "mid-3", {"leaf-5", "leaf-6"}, 2);
+
+    std::vector<DescendantGroup*> out = Combine(top);
+
+    ASSERT_EQ(out.size(), 2u);
+    EXPECT_EQ(out[0]->children, (std::vector<DescendantGroup*>{&seed, &shared, &unique}));
+    EXPECT_EQ(out[1]->children, (std::vector<DescendantGroup*>{&seed, &unique}));
+    for (const DescendantGroup* candidate : out) {
+        EXPECT_EQ(candidate->leaf_nodes,
+                  Leaves({"leaf-1", "leaf-2", "leaf-3", "leaf-4", "leaf-5", "leaf-6"}));
+        EXPECT_EQ(candidate->score.min_parallel_links, 2);
+        EXPECT_EQ(candidate->score.leaf_count, 6u);
+        EXPECT_EQ(candidate->leaves_hash,
+                  CalculateLeavesHash(candidate->leaf_nodes, LeafNodeGuidKey));
+    }
+    // Switches reached through the members, then one more from the final tree-node update.
+    EXPECT_EQ(out[0]->score.node_count, 4u + 1u);
+    EXPECT_EQ(out[1]->score.node_count, 3u + 1u);
+}
+
 TEST_F(GroupCombinationTest, RefusedSecondOfThreeCandidatesEndsTheScoring) {
     LogCapture log;
     GiveDefaultTreeNode("top");

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -115,6 +116,23 @@ TEST_F(RawGroupMergeTest, InputAndResultTracesWaitForTheFabricModule) {
     EXPECT_FALSE(log.ContainsFragment(4, "MergeGroups raw:"));
     EXPECT_FALSE(log.ContainsFragment(4, "MergeGroups result:"));
     EXPECT_TRUE(log.Contains(4, "MergeGroups redundant raw group\n")) << log.Dump();
+}
+
+TEST_F(RawGroupMergeTest, InputAndResultTracesAreSentUnderTheTreesModule) {
+    LogCapture log;
+    log_set_level(kLogModuleTrees, kLogLevelWarning);
+    DescendantGroup& raw = Raw("mid-1", {"leaf-1"}, 1);
+
+    Merge(raw);
+    EXPECT_TRUE(log.Entries().empty()) << "the fabric gate alone logs nothing\n" << log.Dump();
+
+    log_set_level(kLogModuleTrees, kLogLevelDebug);
+    Merge(raw);
+    ASSERT_EQ(log.Entries().size(), 2u) << log.Dump();
+    for (const LogCapture::Entry& entry : log.Entries()) {
+        EXPECT_EQ(entry.module, kLogModuleTrees);
+        EXPECT_EQ(entry.level, kLogLevelDebug);
+    }
 }
 
 TEST_F(RawGroupMergeTest, RawGroupInsideANoBetterCandidateIsRedundant) {
@@ -307,6 +325,23 @@ TEST_F(RawGroupMergeTest, ReplacementWithoutLinkCountIsAnAssertion) {
     EXPECT_EQ(AssertionText([&] { Merge(raw); }),
               "MapValidPathCount doesn't contain a value for a child: " + Name("top") +
                   ", on node: " + Name("top"));
+}
+
+TEST_F(RawGroupMergeTest, GroupIdsContinueFromThePreviousCall) {
+    Candidate({"leaf-1"});
+    DescendantGroup& first_raw = Raw("mid-1", {"leaf-1", "leaf-2"}, 1);
+    Merge(first_raw);
+    ASSERT_EQ(out.size(), 1u);
+    const uint16_t first_id = out[0]->id;
+
+    DescendantGroup& second_raw = Raw("mid-2", {"leaf-2", "leaf-3"}, 1);
+    const uint16_t next_free = DescendantGroup::s_id;
+    Merge(second_raw);
+
+    ASSERT_EQ(out.size(), 2u);
+    EXPECT_EQ(out[1]->id, first_id);
+    EXPECT_EQ(out[0]->id, next_free) << "not reset between calls";
+    EXPECT_EQ(DescendantGroup::s_id, static_cast<uint16_t>(next_free + 1));
 }
 
 TEST_F(RawGroupMergeTest, GroupIdsKeepCountingAcrossCallsAndWrap) {

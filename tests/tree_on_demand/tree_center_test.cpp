@@ -15,7 +15,7 @@
 namespace {
 
 class TreeCenter : public ::testing::Test {
-  protected:
+protected:
     TreeCenter() : fabric(Sketch()) {}
 
     static FabricSketch Sketch() {

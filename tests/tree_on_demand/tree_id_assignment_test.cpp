@@ -235,6 +235,22 @@ TEST_F(TreeIdAssignment, IdInTheSecondWordIsFound) {
     EXPECT_EQ(info.tree_id, 64);
 }
 
+TEST_F(TreeIdAssignment, WidestTreeIdSpaceReachesItsLastId) {
+    // max_tree_id 65535: 65536 ids in 1024 whole words; the count must not wrap to 0.
+    FabricSketch sketch = ThreeLeafSketch();
+    sketch.MaxTreeId(65535);
+    sketch.Sw("spine").used_tree_ids = IdRange(0, 65533);
+    sketch.JobTreeIds("abc_42", {65534});
+    Install(sketch);
+    AddNode("spine");
+    AddNode("leaf-1");
+
+    LogCapture log;
+    ASSERT_EQ(Assign(), 0) << log.Dump();
+    EXPECT_EQ(info.tree_id, 65535);
+    EXPECT_TRUE(log.Messages(kLogLevelError).empty()) << log.Dump();
+}
+
 TEST_F(TreeIdAssignment, ScanLandingOnAPaddingBitReportsNone) {
     // 65 ids: the second word holds id 64 and padding bits 65 to 127, all set.  With
     // ids 0 to 63 taken on the switch and 64 held by the job, the first set bit left is

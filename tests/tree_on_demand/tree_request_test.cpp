@@ -1,12 +1,35 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
+
+// When non-zero, the next allocation of exactly this many bytes fails (once).
+static size_t g_fail_allocation_of_size = 0;
+
+void* operator new(std::size_t size) {
+    if (g_fail_allocation_of_size != 0 && size == g_fail_allocation_of_size) {
+        g_fail_allocation_of_size = 0;
+        throw std::bad_alloc();
+    }
+    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
@@ -146,6 +169,67 @@ TEST(TreeRequest, AssertionDeepInTheBuilderBecomesOneCaughtExceptionAndStatusOne
     EXPECT_THAT(run.info.tree_nodes, IsEmpty());
     EXPECT_EQ(run.info.tree_nodes_count, 0u);
     EXPECT_EQ(run.info.root_node, nullptr);
+}
+
+TEST(TreeRequest, AssertionAfterPartOfTheTreeWasLinkedLeavesTheRecordCleared) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    LogCapture log(kLogLevelDebug);
+    // When the first edge is announced, the other leaf loses its default tree node: the
+    // second edge then breaks an invariant while the record already holds the root and
+    // the first two tree nodes.
+    std::string lost_leaf;
+    LogSink forward;
+    forward = log_set_sink([&](const LogRecord& record) {
+        forward(record);
+        if (lost_leaf.empty() && record.message.starts_with("AddDescendant(")) {
+            const bool first_is_leaf_1 =
+                record.message.find("child=leaf-1 ") != std::string_view::npos;
+            lost_leaf = first_is_leaf_1 ? "leaf-2" : "leaf-1";
+            fabric.Switch(lost_leaf)->tree_nodes_by_id[kDefaultTreeId] = nullptr;
+        }
+    });
+
+    JobRun run = RunJob(creator, fabric, {"h1", "h2"});
+
+    ASSERT_FALSE(lost_leaf.empty()) << log.Dump();
+    const std::string message = "Child AggNode: " + fabric.Switch(lost_leaf)->port_info->GetName() +
+                                " doesn't have default tree node";
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(log.Messages(kLogLevelError),
+                ElementsAre("-A- assert(p_child_tree_node) failed. " + message,
+                            "Exception caught: " + message + "\n"));
+    EXPECT_THAT(run.info.tree_nodes, IsEmpty());
+    EXPECT_EQ(run.info.tree_nodes_count, 0u);
+    EXPECT_EQ(run.info.root_node, nullptr);
+    EXPECT_THAT(run.info.error_text, IsEmpty());
+    // The summary belongs to a build that returned; this one threw.
+    EXPECT_FALSE(log.ContainsFragment(kLogLevelDebug, "job id: "));
+}
+
+TEST(TreeRequest, FailedAllocationOfALeafTreeNodeIsLoggedAndFailsTheRequest) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    JobRun run;
+    *run.ports = {{0x2001, 0}, {0x2002, 0}};
+    JobPortSet ports{&(*run.ports)[0], &(*run.ports)[1]};
+    LogCapture log(kLogLevelError);
+
+    g_fail_allocation_of_size = sizeof(TreeNode);
+    run.status = creator.CreateTree(ports, JobResource{}, ZeltaExtJobId{}, run.info, run.score);
+    g_fail_allocation_of_size = 0;
+
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(log.Messages(kLogLevelError),
+                ElementsAre("Failed to allocate new tree node at node: leaf-1 GUID:0x1001\n",
+                            std::string("Exception caught: ") + std::bad_alloc().what() + "\n"));
+    EXPECT_THAT(creator.GetCreatedTreeNodes(), IsEmpty());
+    EXPECT_EQ(fabric.Switch("leaf-1")->GetTreeNode(kDefaultTreeId), nullptr);
+    EXPECT_EQ(fabric.Switch("leaf-2")->GetTreeNode(kDefaultTreeId), nullptr);
 }
 
 TEST(TreeRequest, MoreThan255PortsOnOneSwitchWrapTheLinkedChildCount) {
