@@ -10,11 +10,11 @@
 #include <vector>
 
 class RatioReporter : public benchmark::ConsoleReporter {
-  public:
+public:
     void ReportRuns(const std::vector<Run>& runs) override;
     void Finalize() override;
 
-  private:
+private:
     struct Entry {
         std::string name;
         double cpu_time;

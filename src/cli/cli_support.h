@@ -20,7 +20,7 @@ inline constexpr int kExitBadInput = 2;   // bad input or usage; nothing was bui
 
 // A problem with the command line itself; `what` names the option and the problem.
 class UsageError : public std::runtime_error {
-  public:
+public:
     using std::runtime_error::runtime_error;
 };
 
@@ -57,25 +57,25 @@ std::unique_ptr<Fabric> MakeFabric(const FabricDescription& description, const s
 // Makes a fabric the builder's fabric (g_fabric, with its options in g_option_info) for
 // the lifetime of the object, restoring what was there before.
 class InstalledFabricScope {
-  public:
+public:
     explicit InstalledFabricScope(Fabric& fabric);
     ~InstalledFabricScope();
     InstalledFabricScope(const InstalledFabricScope&) = delete;
     InstalledFabricScope& operator=(const InstalledFabricScope&) = delete;
 
-  private:
+private:
     Fabric* m_previous_fabric;
     OptionInfo m_previous_options;
 };
 
 // Names of the fabric's host ports for people.
 class HostNames {
-  public:
+public:
     explicit HostNames(const Fabric& fabric);
     // The host's name, else the port's GUID text.
     std::string Name(uint64_t guid, uint8_t plane) const;
 
-  private:
+private:
     std::unordered_map<HcaPortKey, std::string, HcaPortKeyHash> m_names;
 };
 

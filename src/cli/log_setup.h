@@ -30,7 +30,7 @@ LogLevelSetting ParseLogLevel(const std::string& text);
 // default levels and sink when it ends.  Throws UsageError for a bad level and
 // InputError for a log file that cannot be opened.
 class LogSession {
-  public:
+public:
     explicit LogSession(const LogSettings& settings);
     ~LogSession();
     LogSession(const LogSession&) = delete;
@@ -40,7 +40,7 @@ class LogSession {
     // format (so every line stays one object), else a plain "aggtree: warning:" line.
     void Warn(const std::string& text) const;
 
-  private:
+private:
     std::FILE* m_out = stderr;
     bool m_own_file = false;
     bool m_json = false;

@@ -19,11 +19,11 @@ public:
 
 // Checks COND; on failure logs "-A- assert(COND) failed. FMT" under MODULE at level 1
 // with FILE and FUNCTION as the source position, then throws FMT formatted.
-#define AM_ASSERT_AT(module, file, function, cond, fmt, ...)                                  \
-    do {                                                                                      \
-        if (!(cond)) {                                                                        \
-            log_send(module, kLogLevelError, file, __LINE__, function,                        \
-                     "-A- assert(" #cond ") failed. " fmt __VA_OPT__(, ) __VA_ARGS__);        \
-            am_assert_do_throw(fmt __VA_OPT__(, ) __VA_ARGS__);                               \
-        }                                                                                     \
+#define AM_ASSERT_AT(module, file, function, cond, fmt, ...)                           \
+    do {                                                                               \
+        if (!(cond)) {                                                                 \
+            log_send(module, kLogLevelError, file, __LINE__, function,                 \
+                     "-A- assert(" #cond ") failed. " fmt __VA_OPT__(, ) __VA_ARGS__); \
+            am_assert_do_throw(fmt __VA_OPT__(, ) __VA_ARGS__);                        \
+        }                                                                              \
     } while (0)

@@ -38,7 +38,9 @@ AMBitArray::AMBitArray(uint64_t bit_count) {
     std::memset(m_words, 0xFF, byte_size);
 }
 
-AMBitArray::~AMBitArray() { Release(); }
+AMBitArray::~AMBitArray() {
+    Release();
+}
 
 AMBitArray::AMBitArray(AMBitArray&& other) noexcept
     : m_bit_count(std::exchange(other.m_bit_count, 0)),

@@ -71,13 +71,10 @@ void log_vsend(const char* module, int level, const char* file, int line, const 
     }
     std::vector<char> buffer(std::max<size_t>(g_max_log_message_size, 1));
     int written = std::vsnprintf(buffer.data(), buffer.size(), format, args);
-    size_t length = written < 0 ? 0 : std::min<size_t>(static_cast<size_t>(written), buffer.size() - 1);
-    LogRecord record{level,
-                     module ? module : "",
-                     file ? file : "",
-                     line,
-                     function ? function : "",
-                     std::string_view(buffer.data(), length)};
+    size_t length =
+        written < 0 ? 0 : std::min<size_t>(static_cast<size_t>(written), buffer.size() - 1);
+    LogRecord record{level, module ? module : "",     file ? file : "",
+                     line,  function ? function : "", std::string_view(buffer.data(), length)};
     LogState& state = State();
     if (state.sink) {
         state.sink(record);
@@ -113,7 +110,9 @@ void log_set_all_levels(int level) {
     state.default_level = level;
 }
 
-void log_reset_levels() { log_set_all_levels(kLogDefaultLevel); }
+void log_reset_levels() {
+    log_set_all_levels(kLogDefaultLevel);
+}
 
 LogSink log_set_sink(LogSink sink) {
     LogSink previous = std::move(State().sink);

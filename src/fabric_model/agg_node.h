@@ -160,6 +160,6 @@ public:
     SwitchResources resources;
     uint32_t active_trees = 0;  // trees the switch already carries
     int rank = 0;
-    size_t index = 0;           // place in the fabric's switch array
-    PortInfo own_port_info;     // what port_info points at
+    size_t index = 0;        // place in the fabric's switch array
+    PortInfo own_port_info;  // what port_info points at
 };

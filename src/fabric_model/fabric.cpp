@@ -30,7 +30,9 @@ uint16_t GetSwitchDescriptionIslandId(const SwitchDescription& sw) {
 
 namespace {
 
-[[noreturn]] void Refuse(const std::string& what) { throw std::invalid_argument(what); }
+[[noreturn]] void Refuse(const std::string& what) {
+    throw std::invalid_argument(what);
+}
 
 AggPath MakePath(AggNode* remote, const LinkDescription& link, uint32_t link_id) {
     AggPath path;
@@ -162,7 +164,9 @@ int Fabric::GetJobTreeIds(const ZeltaExtJobId& job_id, std::set<uint16_t>& tree_
     return 0;
 }
 
-bool Fabric::IsSatTreeId(uint16_t tree_id) const { return m_sat_tree_ids.count(tree_id) != 0; }
+bool Fabric::IsSatTreeId(uint16_t tree_id) const {
+    return m_sat_tree_ids.count(tree_id) != 0;
+}
 
 void Fabric::SetJobTreeIds(const std::string& job_text, std::set<uint16_t> tree_ids) {
     m_job_tree_ids[job_text] = std::move(tree_ids);

@@ -42,7 +42,9 @@ std::string ZeltaExtJobId::ToString() const {
     return prefix + "_" + number;
 }
 
-std::string PortInfo::PlaneToString() const { return std::to_string(static_cast<unsigned>(plane)); }
+std::string PortInfo::PlaneToString() const {
+    return std::to_string(static_cast<unsigned>(plane));
+}
 
 std::string PortInfo::GetName() const {
     std::string plane_suffix;

@@ -7,9 +7,9 @@
 
 // The job's identifier from the resource manager.
 struct ZeltaExtJobId {
-    uint64_t job_number = 0;    // printed in decimal
-    uint64_t job_sub_id = 0;    // travels with the id; no text form uses it
-    std::string id_prefix;      // printed before the number; "default" when empty
+    uint64_t job_number = 0;  // printed in decimal
+    uint64_t job_sub_id = 0;  // travels with the id; no text form uses it
+    std::string id_prefix;    // printed before the number; "default" when empty
 
     // "<prefix or default>_<number>", e.g. "abc_42", "default_0".
     std::string ToString() const;
@@ -19,11 +19,11 @@ struct ZeltaExtJobId {
 
 // Description of a node or port of the fabric.
 struct PortInfo {
-    uint64_t guid = 0;             // first field: the node's hash key
+    uint64_t guid = 0;  // first field: the node's hash key
     std::string name;
-    uint16_t dfp_group_id = 0;     // Dragonfly+ group, the island id of kinds 2 and 3
-    uint32_t topology_kind = 1;    // 1 tree switch; 2, 3 Dragonfly+ group switches
-    bool defer_root = false;       // never a root candidate when islands are checked
+    uint16_t dfp_group_id = 0;   // Dragonfly+ group, the island id of kinds 2 and 3
+    uint32_t topology_kind = 1;  // 1 tree switch; 2, 3 Dragonfly+ group switches
+    bool defer_root = false;     // never a root candidate when islands are checked
     uint8_t plane = 0;
     bool plane_known = false;
     bool plane_enabled = false;

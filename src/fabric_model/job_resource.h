@@ -7,8 +7,8 @@
 
 // Resource quantities, in the order the job's quota lists them.
 struct zelta_quota {
-    uint32_t units = 0;        // aggregation units
-    uint32_t payload = 0;      // bytes per operation: a job property, not a switch resource
+    uint32_t units = 0;    // aggregation units
+    uint32_t payload = 0;  // bytes per operation: a job property, not a switch resource
     uint32_t buffers = 0;
     uint32_t groups = 0;
     uint32_t queue_pairs = 0;
@@ -51,9 +51,9 @@ struct JobResource {
 
 // What a switch reported while its quota was checked.
 struct AggNodeInfo {
-    std::map<uint8_t, uint8_t> plane_to_tree_count;    // trees the switch carries, by plane
-    std::map<uint8_t, uint8_t> plane_to_lock_count;    // locks held, by plane
-    std::map<uint8_t, uint32_t> resource_to_free;      // free amount, by AggNodeResource
+    std::map<uint8_t, uint8_t> plane_to_tree_count;  // trees the switch carries, by plane
+    std::map<uint8_t, uint8_t> plane_to_lock_count;  // locks held, by plane
+    std::map<uint8_t, uint32_t> resource_to_free;    // free amount, by AggNodeResource
     uint32_t free_units = 0;
     uint32_t free_buffers = 0;
     uint32_t free_groups = 0;

@@ -76,7 +76,8 @@ int JobSubTreeScore::Update(TreeNode& tree_node, bool /*is_new*/, uint16_t /*tre
     return 0;
 }
 
-bool JobSubTreeScore::IsWorseThan(const JobSubTreeScore& other, JobSubTreeInfo& /*job_info*/) const {
+bool JobSubTreeScore::IsWorseThan(const JobSubTreeScore& other,
+                                  JobSubTreeInfo& /*job_info*/) const {
     // Larger key is worse; links count in reverse since more of them is better.
     auto key = [](const JobSubTreeScore& s) {
         return std::make_tuple(s.max_active_trees, s.total_active_trees,

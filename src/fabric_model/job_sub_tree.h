@@ -45,16 +45,16 @@ public:
     bool IsWorseThan(const JobSubTreeScore& other, JobSubTreeInfo& job_info) const;
 
     // Result values, copied into the job record as its score summary.
-    uint32_t max_active_trees = 0;    // most active trees on one switch
-    uint32_t total_active_trees = 0;  // active trees over all switches folded in
-    uint32_t node_count = 0;          // switches of the group or tree
-    uint32_t leaf_count = 0;          // job leaf switches covered
+    uint32_t max_active_trees = 0;            // most active trees on one switch
+    uint32_t total_active_trees = 0;          // active trees over all switches folded in
+    uint32_t node_count = 0;                  // switches of the group or tree
+    uint32_t leaf_count = 0;                  // job leaf switches covered
     uint32_t min_free_tree_ids = UINT32_MAX;  // fewest free tree ids on one switch
     uint8_t priority = 0;                     // the zelta_resource_priority of Reset
 
     uint16_t min_parallel_links = UINT16_MAX;  // fewest parallel links on one hop
 
-    zelta_quota quota;        // the job's quota, checked by Update
+    zelta_quota quota;  // the job's quota, checked by Update
     uint8_t quota_mode = 0;
     bool lock_required = false;     // the job's lock demand, for counting usable links
     bool exclusive_demand = false;  // lock_required with the exclusive option

@@ -19,7 +19,7 @@ using Json = nlohmann::json;
 
 // Reads a job file: every problem becomes an InputError naming the file and the place.
 class JobReader {
-  public:
+public:
     JobReader(const std::string& file_name, const Fabric& fabric)
         : m_file(file_name), m_fabric(fabric) {}
 
@@ -47,7 +47,7 @@ class JobReader {
         return job;
     }
 
-  private:
+private:
     [[noreturn]] void Fail(const std::string& where, const std::string& problem) const {
         throw InputError(m_file, where, problem);
     }

@@ -58,7 +58,7 @@ bool IsUpLinkUsable(const AggPath& path, uint8_t plane, bool lock_required, bool
 // What reaching a parent for the first time sets up: its record, its default tree
 // node (owned by the creator) and its turn in the queue.
 class ParentReacher {
-  public:
+public:
     ParentReacher(std::queue<AggNodeFabricInfo*>& bfs_queue,
                   QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info,
                   std::vector<std::unique_ptr<TreeNode>>& tree_nodes, uint8_t plane)
@@ -80,7 +80,7 @@ class ParentReacher {
         return info;
     }
 
-  private:
+private:
     void GiveDefaultTreeNode(AggNodeFabricInfo* parent) {
         try {
             m_tree_nodes.push_back(std::make_unique<TreeNode>(kDefaultTreeId, parent, m_plane));

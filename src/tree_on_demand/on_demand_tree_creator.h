@@ -46,8 +46,8 @@ public:
 
     // Islands, bottom-up sweeps, mode choice, linking and tree-id assignment.
     int BuildDynamicQuasiFatTree(const LeafSwitchOrderedSet& leaves,
-                                 const JobResource& job_resource,
-                                 JobSubTreeInfo& job_sub_tree_info, JobSubTreeScore& score);
+                                 const JobResource& job_resource, JobSubTreeInfo& job_sub_tree_info,
+                                 JobSubTreeScore& score);
 
     // True when the switch may serve the job (validity, exclusion, mode, locks, quota,
     // capability).
@@ -55,15 +55,13 @@ public:
                                          const JobResource& job_resource) const;
 
     // Scores every tree node, checks planes, takes the lowest free tree id.
-    int UpdateQuasiFatTreeJobSubTreeInfo(JobSubTreeInfo& job_sub_tree_info,
-                                         JobSubTreeScore& score);
+    int UpdateQuasiFatTreeJobSubTreeInfo(JobSubTreeInfo& job_sub_tree_info, JobSubTreeScore& score);
 
     // Bottom-up sweep of one island from its leaves: best groups and root candidates.
     int QuasiFatTreeBFSBottomUp(std::queue<AggNodeFabricInfo*>& bfs_queue,
                                 QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info,
                                 RootCandidateMap& root_candidates,
-                                JobSubTreeInfo& job_sub_tree_info,
-                                const JobResource& job_resource,
+                                JobSubTreeInfo& job_sub_tree_info, const JobResource& job_resource,
                                 DescendantGroupList& descendant_groups,
                                 const LeafSwitchOrderedSet& leaf_switches, bool check_topology);
 
@@ -97,9 +95,8 @@ public:
 
     // Dragonfly+: path search, island subtrees, centre and root links.
     uint32_t DfpLinkIslandGraphs(const DfpIslandMap& map_island_info,
-                                 const JobResource& job_resource,
-                                 JobSubTreeInfo& job_sub_tree_info, JobSubTreeScore& score,
-                                 NodesInTreeSet& nodes_in_tree);
+                                 const JobResource& job_resource, JobSubTreeInfo& job_sub_tree_info,
+                                 JobSubTreeScore& score, NodesInTreeSet& nodes_in_tree);
 
     // One root-to-root edge, giving a default tree node to a root outside job islands.
     uint32_t LinkDFPRootNodes(const DfpIslandMap& map_island_info, AggNodeFabricInfo* p_parent_node,

@@ -11,12 +11,12 @@ inline constexpr const char* kTreesSourceFile = "tree_on_demand";
 #define TREES_LOG(level, fmt, ...) TREES_LOG_IN(__func__, level, fmt __VA_OPT__(, ) __VA_ARGS__)
 
 // Logs under "TREES  " naming `function` as the source function.
-#define TREES_LOG_IN(function, level, fmt, ...)                                                 \
-    do {                                                                                        \
-        if ((level) < kLogLevelDebug || log_check_level(kLogModuleTrees, (level))) {            \
-            log_send(kLogModuleTrees, (level), kTreesSourceFile, __LINE__, function,            \
-                     fmt __VA_OPT__(, ) __VA_ARGS__);                                           \
-        }                                                                                       \
+#define TREES_LOG_IN(function, level, fmt, ...)                                      \
+    do {                                                                             \
+        if ((level) < kLogLevelDebug || log_check_level(kLogModuleTrees, (level))) { \
+            log_send(kLogModuleTrees, (level), kTreesSourceFile, __LINE__, function, \
+                     fmt __VA_OPT__(, ) __VA_ARGS__);                                \
+        }                                                                            \
     } while (0)
 
 // True when trace messages of `level` are wanted for "TREES  ".

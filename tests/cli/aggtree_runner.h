@@ -138,7 +138,7 @@ inline std::string ReadFile(const std::filesystem::path& path) {
 
 // A test with its own empty temporary directory, removed afterwards.
 class CliTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
         std::string name = std::string(info->test_suite_name()) + "." + info->name();

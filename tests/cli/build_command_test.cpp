@@ -2,6 +2,8 @@
 // the job sources of the command line, and the exit status of every outcome.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <nlohmann/json.hpp>
 
 #include "aggtree_runner.h"
@@ -165,6 +167,11 @@ struct BadBuild {
     std::string job_text;           // written to job.json when not empty
     std::string expected_err;       // "{job}" stands for the job file's path
 };
+
+// Test names show the case's name, not the bytes of the case.
+void PrintTo(const BadBuild& value, std::ostream* out) {
+    *out << value.name;
+}
 
 class BadBuildTest : public CliTest, public ::testing::WithParamInterface<BadBuild> {};
 

@@ -96,7 +96,8 @@ TEST_F(DragonflyPlusBuildTest, JsonResultMatchesTheHandWorkedTreeNodeByNode) {
         by_switch[name] = node;
         auto expected = kExpectedNodes.find(name);
         ASSERT_NE(expected, kExpectedNodes.end()) << "unexpected tree node " << name;
-        for (const auto& item : Json::parse(expected->second).items()) {
+        Json expected_node = Json::parse(expected->second);
+        for (const auto& item : expected_node.items()) {
             EXPECT_EQ(node[item.key()], item.value()) << name << " key " << item.key();
         }
     }
@@ -107,10 +108,11 @@ TEST_F(DragonflyPlusBuildTest, JsonResultMatchesTheHandWorkedTreeNodeByNode) {
     const Json& root = by_switch["g2-spine-1"];
     ASSERT_EQ(root["children"].size(), 3u);
     EXPECT_EQ(root["children"][0], "g2-leaf-1");
-    std::set<std::string> other_roots = {root["children"][1], root["children"][2]};
+    std::set<std::string> other_roots = {root["children"][1].get<std::string>(),
+                                         root["children"][2].get<std::string>()};
     EXPECT_EQ(other_roots, (std::set<std::string>{"g1-spine-1", "g3-spine-1"}));
     for (size_t i = 1; i < 3; ++i) {
-        EXPECT_EQ(by_switch[root["children"][i]]["child_index"], i);
+        EXPECT_EQ(by_switch[root["children"][i].get<std::string>()]["child_index"], i);
     }
 }
 

@@ -3,6 +3,8 @@
 // outputs are refused with exit status 2.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <nlohmann/json.hpp>
 
 #include "aggtree_runner.h"
@@ -19,6 +21,11 @@ struct Generated {
     size_t hosts;
     size_t islands;
 };
+
+// Test names show the case's name, not the bytes of the case.
+void PrintTo(const Generated& value, std::ostream* out) {
+    *out << value.name;
+}
 
 class GeneratedFabricTest : public CliTest, public ::testing::WithParamInterface<Generated> {};
 
@@ -172,6 +179,11 @@ struct BadGenerate {
     std::vector<std::string> args;
     std::string err_start;
 };
+
+// Test names show the case's name, not the bytes of the case.
+void PrintTo(const BadGenerate& value, std::ostream* out) {
+    *out << value.name;
+}
 
 class BadGenerateTest : public CliTest, public ::testing::WithParamInterface<BadGenerate> {};
 

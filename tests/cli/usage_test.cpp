@@ -2,6 +2,8 @@
 // and one line on standard error.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "aggtree_runner.h"
 
 namespace aggtree_cli_test {
@@ -31,6 +33,11 @@ struct Misuse {
     std::vector<std::string> args;
     std::string err;
 };
+
+// Test names show the case's name, not the bytes of the case.
+void PrintTo(const Misuse& value, std::ostream* out) {
+    *out << value.name;
+}
 
 class MisuseTest : public CliTest, public ::testing::WithParamInterface<Misuse> {};
 

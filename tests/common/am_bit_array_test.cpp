@@ -31,7 +31,7 @@ TEST(AMBitArray, StorageIsAlignedToTheCacheLine) {
 
 // Restores the machine's cache-line size at the end of a test.
 class CacheLineOverride {
-  public:
+public:
     explicit CacheLineOverride(int size) { AMCommon::SetCacheLineSizeOverride(size); }
     ~CacheLineOverride() { AMCommon::SetCacheLineSizeOverride(-1); }
     CacheLineOverride(const CacheLineOverride&) = delete;

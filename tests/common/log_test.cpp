@@ -14,7 +14,7 @@ namespace {
 
 // Resets levels, sink and message size around every test.
 class Logging : public ::testing::Test {
-  protected:
+protected:
     Logging() : m_saved_size(g_max_log_message_size) { log_reset_levels(); }
     ~Logging() override {
         g_max_log_message_size = m_saved_size;
@@ -22,7 +22,7 @@ class Logging : public ::testing::Test {
         log_reset_levels();
     }
 
-  private:
+private:
     size_t m_saved_size;
 };
 

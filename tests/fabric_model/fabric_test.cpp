@@ -187,7 +187,7 @@ TEST(FabricPaths, IslandOfTopologyKindThreeIsItsGroup) {
 
 // One group-1 spine linked to spines of groups 2 to 4, one tweak per link.
 class Siblings : public ::testing::Test {
-  protected:
+protected:
     void Build(const FabricSketch::LinkTweak& to_2, const FabricSketch::LinkTweak& to_3,
                uint16_t count_to_2 = 1) {
         sketch.DfpSwitch("g1", 1, 1)
@@ -345,7 +345,7 @@ zelta_quota QuotaOf(uint32_t units, uint32_t buffers, uint32_t groups, uint32_t 
 }
 
 class Quota : public ::testing::Test {
-  protected:
+protected:
     Quota() {
         sw.resources.units = 4;
         sw.resources.buffers = 40;

@@ -132,7 +132,7 @@ RC_GTEST_PROP(TreeScoreOrder, WorseIsDecidedByTheFourFiguresInTurn, ()) {
 
 // A spine above two leaves; the job asks for one unit and one buffer.
 class TreeScoreUpdate : public ::testing::Test {
-  protected:
+protected:
     TreeScoreUpdate() {
         sketch.MaxTreeId(15)
             .Switches({"leaf-1", "leaf-2"}, 0)

@@ -12,8 +12,8 @@ std::string CheckTreeInvariants(const JobSubTreeInfo& info, const Fabric& fabric
         return "the tree has no node";
     }
     if (info.tree_nodes_count != info.tree_nodes.size()) {
-        return "tree_nodes_count " + std::to_string(info.tree_nodes_count) + " but the list holds " +
-               std::to_string(info.tree_nodes.size());
+        return "tree_nodes_count " + std::to_string(info.tree_nodes_count) +
+               " but the list holds " + std::to_string(info.tree_nodes.size());
     }
     if (info.root_node == nullptr) {
         return "no root";
@@ -91,11 +91,10 @@ std::string CheckTreeInvariants(const JobSubTreeInfo& info, const Fabric& fabric
         if (it == info.tree_nodes.end()) {
             return "leaf switch " + leaf->name + " is not in the tree";
         }
-        bool carried = std::any_of((*it)->host_ports.begin(), (*it)->host_ports.end(),
-                                   [&](const PortData* p) {
-                                       return p->port_guid == port.port_guid &&
-                                              p->plane == port.plane;
-                                   });
+        bool carried =
+            std::any_of((*it)->host_ports.begin(), (*it)->host_ports.end(), [&](const PortData* p) {
+                return p->port_guid == port.port_guid && p->plane == port.plane;
+            });
         if (!carried) {
             return "leaf switch " + leaf->name + " does not carry port " +
                    GuidToString(port.port_guid);

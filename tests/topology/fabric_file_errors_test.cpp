@@ -2,6 +2,8 @@
 // JSON path (or line and column) and what is wrong.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -16,6 +18,11 @@ struct MalformedFile {
     const char* text;
     const char* message;  // the complete what() text
 };
+
+// Test names show the case's name, not the bytes of the case.
+void PrintTo(const MalformedFile& value, std::ostream* out) {
+    *out << value.name;
+}
 
 // The base file has leaf-1 (0x1001) and spine-1 (0x1002), one link between them and
 // host node001 on leaf-1; each case breaks one thing.

@@ -49,7 +49,7 @@ std::string SourceDir() {
 
 // A temporary file, removed at the end of the test.
 class TempFile {
-  public:
+public:
     TempFile(const std::string& name, const std::string& content)
         : m_path(std::filesystem::temp_directory_path() /
                  ("aggtree_fabric_file_test_" + std::to_string(::getpid()) + "_" + name)) {
@@ -58,7 +58,7 @@ class TempFile {
     ~TempFile() { std::filesystem::remove(m_path); }
     std::string path() const { return m_path.string(); }
 
-  private:
+private:
     std::filesystem::path m_path;
 };
 

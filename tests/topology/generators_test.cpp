@@ -4,7 +4,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <rapidcheck/gtest.h>
+#include <ostream>
 
 #include <map>
 #include <memory>
@@ -307,6 +309,12 @@ struct WiringCase {
     int hosts;
     int global_links;
 };
+
+// Test names show the sizes, not the bytes of the case.
+void PrintTo(const WiringCase& c, std::ostream* out) {
+    *out << c.groups << " groups, " << c.leaves << " leaves, " << c.spines << " spines, " << c.hosts
+         << " hosts, " << c.global_links << " global links";
+}
 
 class DragonflyPlusWiring : public ::testing::TestWithParam<std::tuple<WiringCase, std::string>> {};
 

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <filesystem>
 #include <string>
 
@@ -386,6 +388,11 @@ struct BadDump {
     const char* text;
     const char* message;
 };
+
+// Test names show the case's name, not the bytes of the case.
+void PrintTo(const BadDump& value, std::ostream* out) {
+    *out << value.name;
+}
 
 const BadDump kBadDumps[] = {
     {"UnrecognisedLine", "Switch 8 \"a\"\nhello world\n",

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -21,7 +23,7 @@ using aggtree::LoadJobFile;
 using aggtree::ParseJobJson;
 
 class JobFileTest : public ::testing::Test {
-  protected:
+protected:
     JobFileTest() {
         FabricSketch sketch;
         sketch.Switches({"leaf-1", "leaf-2"}, 0)
@@ -141,6 +143,11 @@ struct BadJob {
     const char* text;
     const char* expected;  // "<where>|<problem>"
 };
+
+// Test names show the case's name, not the bytes of the case.
+void PrintTo(const BadJob& value, std::ostream* out) {
+    *out << value.name;
+}
 
 class BadJobFileTest : public JobFileTest, public ::testing::WithParamInterface<BadJob> {};
 

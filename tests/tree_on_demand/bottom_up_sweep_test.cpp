@@ -13,29 +13,9 @@
 
 #include "common/am_assert.h"
 #include "support/fabric_sketch.h"
+#include "support/failing_allocation.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
-
-// When non-zero, the next allocation of exactly this many bytes fails (once).
-static size_t g_fail_allocation_of_size = 0;
-
-void* operator new(std::size_t size) {
-    if (g_fail_allocation_of_size != 0 && size == g_fail_allocation_of_size) {
-        g_fail_allocation_of_size = 0;
-        throw std::bad_alloc();
-    }
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -439,9 +419,9 @@ TEST(BottomUpSweepTest, TreeNodeAllocationFailureIsLoggedAndRethrown) {
     SweepBench bench(TwoLeavesOneSpine());
     bench.Seed({"leaf-1", "leaf-2"});
 
-    g_fail_allocation_of_size = sizeof(TreeNode);
+    FailNextAllocationOfSize(sizeof(TreeNode));
     EXPECT_THROW(bench.Run(), std::bad_alloc);
-    g_fail_allocation_of_size = 0;
+    FailNextAllocationOfSize(0);
 
     EXPECT_EQ(log.Messages(1),
               std::vector<std::string>{

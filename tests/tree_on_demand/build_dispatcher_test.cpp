@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -124,6 +126,11 @@ struct TwoGroupKinds {
     uint32_t kind_1;
     uint32_t kind_2;
 };
+
+// Test names show the two kinds, not the bytes of the case.
+void PrintTo(const TwoGroupKinds& kinds, std::ostream* out) {
+    *out << "kinds " << kinds.kind_1 << " and " << kinds.kind_2;
+}
 
 class TwoGroupsCheckedTest : public DispatcherTest,
                              public ::testing::WithParamInterface<TwoGroupKinds> {

@@ -13,13 +13,13 @@ namespace {
 
 // Restores the process-wide group-id counter after a test that moves it.
 class GroupIdCounterGuard {
-  public:
+public:
     GroupIdCounterGuard() : m_saved(DescendantGroup::s_id) {}
     ~GroupIdCounterGuard() { DescendantGroup::s_id = m_saved; }
     GroupIdCounterGuard(const GroupIdCounterGuard&) = delete;
     GroupIdCounterGuard& operator=(const GroupIdCounterGuard&) = delete;
 
-  private:
+private:
     uint16_t m_saved;
 };
 
@@ -37,7 +37,7 @@ uint64_t HashStep(uint64_t h, uint64_t k) {
 }
 
 class DescendantGroupTest : public ::testing::Test {
-  protected:
+protected:
     DescendantGroupTest() : fabric(FourSwitches()) {}
 
     AggNodeFabricInfo* Sw(const std::string& name) { return fabric.Switch(name); }

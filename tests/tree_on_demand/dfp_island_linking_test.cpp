@@ -178,8 +178,11 @@ TEST_F(DfpIslandLinking, TwoLinkedRootsMakeTheFirstOfTheCentreMapTheRootAndTheOt
     EXPECT_TRUE(log.Contains(kLogLevelDebug,
                              "DfpLinkIslandGraphs Center for rank-0 subtree: " + root->name + "\n"))
         << log.Dump();
-    // Neither root had a sweep record, so no island subtree was linked.
+    // Neither root had a sweep record, so no island subtree was linked, silently.
     EXPECT_FALSE(log.ContainsFragment(kLogLevelDebug, "qft_root=")) << log.Dump();
+    EXPECT_TRUE(log.Messages(kLogLevelError).empty()) << log.Dump();
+    EXPECT_TRUE(log.Messages(kLogLevelWarning).empty()) << log.Dump();
+    EXPECT_TRUE(job.error_text.empty()) << job.error_text;
     EXPECT_TRUE(creator.GetCreatedTreeNodes().empty());
 }
 

@@ -289,6 +289,59 @@ TEST_F(DfpPathSearch, NodeMetAgainWhileOnThePathKeepsItsChildrenConnected) {
         << log.Dump();
 }
 
+TEST_F(DfpPathSearch, OutboundLinksOfAnIslandAreSummedIn16Bits) {
+    // 65535 links to b and one to x add up to 65536, which wraps to 0.
+    Install(Base(1).Link("a", "b", 65535).Link("a", "x"));
+    AddIsland(1, {"a"});
+    AddIsland(2, {"b"});
+    LogCapture log;
+    EXPECT_EQ(Search(), 1u);
+    EXPECT_EQ(islands.at(1)->outbound_links, 0);
+    EXPECT_EQ(log.Messages(kLogLevelWarning),
+              std::vector<std::string>{"Island 1 has no outbound links\n"});
+    EXPECT_TRUE(Starting(log, "Min-links island").empty()) << log.Dump();
+}
+
+// A chain r1 - r2 - ... - rN of single-root islands 1..N.
+class DfpPathSearchChain : public DfpPathSearch {
+protected:
+    uint32_t SearchChain(uint16_t n_islands) {
+        FabricSketch sketch;
+        sketch.Options(64, 1);
+        for (uint16_t i = 1; i <= n_islands; ++i) {
+            sketch.DfpSwitch(Root(i), 1, i);
+            if (i > 1) {
+                sketch.Link(Root(i - 1), Root(i));
+            }
+        }
+        Install(sketch);
+        for (uint16_t i = 1; i <= n_islands; ++i) {
+            auto info = std::make_unique<DfpIslandInfo>();
+            info->island_id = i;
+            info->island_roots.insert(N(Root(i)));
+            islands[i] = std::move(info);
+        }
+        return Search();
+    }
+
+    static std::string Root(int i) { return "r" + std::to_string(i); }
+};
+
+TEST_F(DfpPathSearchChain, PathThroughAllOf255IslandsIsFull) {
+    LogCapture log(kLogLevelWarning);
+    EXPECT_EQ(SearchChain(255), 0u) << log.Dump();
+    EXPECT_EQ(path_nodes.size(), 255u);
+}
+
+TEST_F(DfpPathSearchChain, IslandCountIsTakenInOneByteSo256IslandsAreNeverFull) {
+    // 256 entered islands count as 0, which never equals the map's 256.
+    LogCapture log(kLogLevelWarning);
+    EXPECT_EQ(SearchChain(256), 1u);
+    EXPECT_EQ(log.Messages(kLogLevelWarning),
+              std::vector<std::string>{"DfpFindPathThruIslands No path found\n"});
+    EXPECT_TRUE(path_nodes.empty());
+}
+
 TEST_F(DfpPathSearch, LockedLinksAreInvisibleToAJobThatNeedsLocks) {
     Install(Base(1).Link("a", "b", 1, [](LinkDescription& link) {
         link.lock_limit = 1;

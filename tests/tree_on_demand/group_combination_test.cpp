@@ -33,7 +33,7 @@ std::string AssertionText(const std::function<void()>& action) {
 }
 
 class GroupCombinationTest : public ::testing::Test {
-  protected:
+protected:
     GroupCombinationTest() : fabric(SixLeavesThreeMiddlesOneTop()) {}
 
     AggNodeFabricInfo* Sw(const std::string& name) { return fabric.Switch(name); }

@@ -22,7 +22,7 @@ using ::testing::StrictMock;
 
 // A switch whose admission inputs are observed.  By default every test passes.
 class ObservedSwitch : public AggNodeFabricInfo {
-  public:
+public:
     MOCK_METHOD(bool, IsValid, (), (const, override));
     MOCK_METHOD(bool, IsLockAvailable, (), (const, override));
     MOCK_METHOD(bool, IsExclusiveLockAvailable, (), (const, override));
@@ -46,7 +46,7 @@ JobResource LockingJob(bool lock_required, bool exclusive_lock) {
 }
 
 class NodeAdmission : public ::testing::Test {
-  protected:
+protected:
     OnDemandTreeCreator creator;
 };
 

@@ -33,7 +33,7 @@ std::string AssertionText(const std::function<void()>& action) {
 }
 
 class RawGroupMergeTest : public ::testing::Test {
-  protected:
+protected:
     RawGroupMergeTest() : fabric(FourLeavesTwoMiddlesOneTop()), top(fabric.Switch("top")) {}
 
     AggNodeFabricInfo* Sw(const std::string& name) { return fabric.Switch(name); }

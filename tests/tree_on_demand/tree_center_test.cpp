@@ -152,6 +152,29 @@ TEST_F(TreeCenter, NodeWithoutNeighboursAnywhereMeansNoCentre) {
     EXPECT_TRUE(log.Messages(kLogLevelDebug).empty());
 }
 
+TEST_F(TreeCenter, NodeWithoutNeighboursAfterOtherNodesInTheMapMeansNoCentre) {
+    // The isolated node is chosen so that some linked node comes before it in the map.
+    NodeSiblingsMap graph;
+    std::string lonely;
+    for (const char* name : {"f", "s", "z"}) {
+        graph.clear();
+        graph[N(name)];
+        for (const auto& [node, adjacents] : Graph({{"a", "b"}, {"b", "c"}, {"c", "d"}})) {
+            graph[node] = adjacents;
+        }
+        if (graph.begin()->first != N(name)) {
+            lonely = name;
+            break;
+        }
+    }
+    ASSERT_FALSE(lonely.empty());
+    LogCapture log;
+    EXPECT_EQ(creator.FindTreeCenter(graph), nullptr);
+    EXPECT_EQ(log.Messages(kLogLevelError),
+              std::vector<std::string>{"Found disconnected node: " + lonely + "\n"});
+    EXPECT_TRUE(log.Messages(kLogLevelDebug).empty());
+}
+
 TEST_F(TreeCenter, NeighbourOutsideTheGraphIsABrokenInvariant) {
     NodeSiblingsMap graph = Graph({{"b", "c"}, {"c", "d"}, {"d", "b"}});
     graph[N("a")].insert(N("z"));  // a is a leaf whose only neighbour is not a key

@@ -37,7 +37,7 @@ FabricSketch ThreeLeafSketch() {
 }
 
 class TreeIdAssignment : public ::testing::Test {
-  protected:
+protected:
     TreeIdAssignment() { info.job_id = ZeltaExtJobId{42, 0, "abc"}; }
 
     void Install(const FabricSketch& sketch) { fabric = std::make_unique<InstalledFabric>(sketch); }
@@ -403,7 +403,7 @@ TEST_F(TreeIdAssignment, ScoreSummaryIsCopiedFromTheFinalScore) {
 
 // Restores the machine's cache-line size when a test is done with its own.
 class CacheLineOverride {
-  public:
+public:
     explicit CacheLineOverride(int size) { AMCommon::SetCacheLineSizeOverride(size); }
     ~CacheLineOverride() { AMCommon::SetCacheLineSizeOverride(-1); }
     CacheLineOverride(const CacheLineOverride&) = delete;

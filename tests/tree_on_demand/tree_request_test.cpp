@@ -7,29 +7,9 @@
 #include <vector>
 
 #include "support/fabric_sketch.h"
+#include "support/failing_allocation.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
-
-// When non-zero, the next allocation of exactly this many bytes fails (once).
-static size_t g_fail_allocation_of_size = 0;
-
-void* operator new(std::size_t size) {
-    if (g_fail_allocation_of_size != 0 && size == g_fail_allocation_of_size) {
-        g_fail_allocation_of_size = 0;
-        throw std::bad_alloc();
-    }
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -219,9 +199,9 @@ TEST(TreeRequest, FailedAllocationOfALeafTreeNodeIsLoggedAndFailsTheRequest) {
     JobPortSet ports{&(*run.ports)[0], &(*run.ports)[1]};
     LogCapture log(kLogLevelError);
 
-    g_fail_allocation_of_size = sizeof(TreeNode);
+    FailNextAllocationOfSize(sizeof(TreeNode));
     run.status = creator.CreateTree(ports, JobResource{}, ZeltaExtJobId{}, run.info, run.score);
-    g_fail_allocation_of_size = 0;
+    FailNextAllocationOfSize(0);
 
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(log.Messages(kLogLevelError),
