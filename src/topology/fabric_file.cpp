@@ -689,6 +689,16 @@ LinkDescription ReadLink(const Reader& reader, const SwitchIndex& index,
     return link;
 }
 
+// A JSON array holding `to_json` of each of `items`, in their order.
+template <typename Items, typename ToJson>
+nlohmann::ordered_json JsonArray(const Items& items, const ToJson& to_json) {
+    nlohmann::ordered_json array = nlohmann::ordered_json::array();
+    for (const auto& item : items) {
+        array.push_back(to_json(item));
+    }
+    return array;
+}
+
 }  // namespace
 
 FabricDescription ParseFabricJson(std::string_view text, const std::string& file_name,
@@ -850,14 +860,9 @@ std::string WriteFabricJson(const FabricDescription& description) {
     out["options"] = {{"max_tree_children", description.options.max_tree_children},
                       {"max_childless_islands", description.options.max_childless_islands}};
     if (!description.roots.empty()) {
-        ordered roots = ordered::array();
-        for (size_t root : description.roots) {
-            roots.push_back(name_of(root));
-        }
-        out["roots"] = std::move(roots);
+        out["roots"] = JsonArray(description.roots, name_of);
     }
-    ordered switches = ordered::array();
-    for (const SwitchDescription& sw : description.switches) {
+    out["switches"] = JsonArray(description.switches, [](const SwitchDescription& sw) {
         ordered s;
         s["guid"] = GuidToString(sw.guid);
         s["name"] = sw.name;
@@ -884,11 +889,9 @@ std::string WriteFabricJson(const FabricDescription& description) {
                           {"queue_pairs", sw.resources.queue_pairs}};
         s["used_tree_ids"] = sw.used_tree_ids;
         s["active_trees"] = sw.active_trees;
-        switches.push_back(std::move(s));
-    }
-    out["switches"] = std::move(switches);
-    ordered links = ordered::array();
-    for (const LinkDescription& link : description.links) {
+        return s;
+    });
+    out["links"] = JsonArray(description.links, [&](const LinkDescription& link) {
         ordered l;
         l["a"] = name_of(link.a);
         l["b"] = name_of(link.b);
@@ -899,24 +902,19 @@ std::string WriteFabricJson(const FabricDescription& description) {
         l["lock_count"] = link.lock_count;
         l["exclusive_lock_count"] = link.exclusive_lock_count;
         l["exclusively_locked"] = link.exclusively_locked;
-        links.push_back(std::move(l));
-    }
-    out["links"] = std::move(links);
-    ordered hosts = ordered::array();
-    for (const HostDescription& host : description.hosts) {
+        return l;
+    });
+    out["hosts"] = JsonArray(description.hosts, [&](const HostDescription& host) {
         ordered h;
         h["guid"] = GuidToString(host.guid);
         h["name"] = host.name;
         h["plane"] = host.plane;
         h["switch"] = name_of(host.switch_index);
-        hosts.push_back(std::move(h));
-    }
-    out["hosts"] = std::move(hosts);
-    ordered jobs = ordered::array();
-    for (const JobTreeIdsDescription& job : description.job_tree_ids) {
-        jobs.push_back({{"job", job.job}, {"tree_ids", job.tree_ids}});
-    }
-    out["job_tree_ids"] = std::move(jobs);
+        return h;
+    });
+    out["job_tree_ids"] = JsonArray(description.job_tree_ids, [](const JobTreeIdsDescription& job) {
+        return ordered{{"job", job.job}, {"tree_ids", job.tree_ids}};
+    });
     return out.dump(2) + "\n";
 }
 

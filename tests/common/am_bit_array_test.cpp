@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/am_common.h"
+#include "support/cache_line_override.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -28,15 +29,6 @@ TEST(AMBitArray, StorageIsAlignedToTheCacheLine) {
     AMBitArray bits(1000);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(bits.GetWords()) % static_cast<uintptr_t>(line), 0u);
 }
-
-// Restores the machine's cache-line size at the end of a test.
-class CacheLineOverride {
-public:
-    explicit CacheLineOverride(int size) { AMCommon::SetCacheLineSizeOverride(size); }
-    ~CacheLineOverride() { AMCommon::SetCacheLineSizeOverride(-1); }
-    CacheLineOverride(const CacheLineOverride&) = delete;
-    CacheLineOverride& operator=(const CacheLineOverride&) = delete;
-};
 
 void ClearRange(AMBitArray& bits, uint64_t first, uint64_t last) {
     for (uint64_t i = first; i <= last; ++i) {

@@ -4,29 +4,20 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "common/am_assert.h"
+#include "support/assertion_text.h"
 #include "support/fabric_sketch.h"
 #include "support/failing_allocation.h"
+#include "support/foreign_node.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
 
 namespace {
-
-std::string AssertionText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const AMAssertException& e) {
-        return e.what();
-    }
-    return "";
-}
 
 JobResource LockingJob(bool lock_required, bool exclusive_lock) {
     JobResource resource;
@@ -684,13 +675,8 @@ TEST(BottomUpSweepTest, UpLinkToANodeThatIsNoSwitchIsAnAssertion) {
     FabricSketch sketch;
     sketch.Switches({"leaf-1", "leaf-2"}, 0);
     SweepBench bench(sketch);
-    PortInfo outsider_port;
-    outsider_port.name = "outsider";
-    AggNode outsider;
-    outsider.port_info = &outsider_port;
-    AggPath path;
-    path.remote_node = &outsider;
-    bench.Sw("leaf-1")->agg_paths[AGG_PATH_DIRECTION_UP][&outsider].insert(path);
+    ForeignNode outsider("outsider");
+    outsider.LinkUpFrom(bench.Sw("leaf-1"));
     bench.Seed({"leaf-1", "leaf-2"});
 
     EXPECT_EQ(AssertionText([&] { bench.Run(); }),

@@ -3,12 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "common/am_assert.h"
+#include "support/dfp_islands.h"
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/dfp_records.h"
@@ -34,15 +33,11 @@ protected:
         return sketch;
     }
 
-    void AddIsland(uint16_t id, std::initializer_list<const char*> roots, uint16_t links) {
-        auto info = std::make_unique<DfpIslandInfo>();
-        info->island_id = id;
-        info->outbound_links = links;
-        for (const char* root : roots) {
-            info->island_roots.insert(N(root));
+    void AddIsland(uint16_t id, const std::vector<std::string>& roots, uint16_t links) {
+        AddDfpIsland(islands, fabric, id, roots, links);
+        for (const std::string& root : roots) {
             degrees[N(root)] = NodeDegrees{1, 1};
         }
-        islands[id] = std::move(info);
     }
 
     const AggNode* N(const std::string& name) { return fabric.Switch(name); }

@@ -11,6 +11,8 @@
 
 #include "common/am_assert.h"
 #include "fabric_model/tree_node.h"
+#include "support/default_tree_nodes.h"
+#include "support/dfp_islands.h"
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
@@ -65,19 +67,13 @@ protected:
     AggNodeFabricInfo* N(const std::string& name) { return fabric->Switch(name); }
 
     DfpIslandInfo& AddIsland(uint16_t id, const char* root) {
-        auto info = std::make_unique<DfpIslandInfo>();
-        info->island_id = id;
-        info->island_roots.insert(N(root));
-        DfpIslandInfo& ref = *info;
-        islands[id] = std::move(info);
-        return ref;
+        return AddDfpIsland(islands, *fabric, id, {root});
     }
 
     // What the sweep would have given every switch it reached.
     void GiveDefaultTreeNodes(std::initializer_list<const char*> names) {
         for (const char* name : names) {
-            tree_nodes.push_back(std::make_unique<TreeNode>(kDefaultTreeId, N(name), 0));
-            N(name)->AddTreeNode(kDefaultTreeId, tree_nodes.back().get());
+            tree_nodes.Add(N(name));
         }
     }
 
@@ -109,7 +105,7 @@ protected:
 
     std::unique_ptr<InstalledFabric> fabric;
     OnDemandTreeCreator creator;
-    std::vector<std::unique_ptr<TreeNode>> tree_nodes;  // destroyed before the fabric
+    DefaultTreeNodePool tree_nodes;  // destroyed before the fabric
     DfpIslandMap islands;
     JobSubTreeInfo job;
     JobSubTreeScore score;

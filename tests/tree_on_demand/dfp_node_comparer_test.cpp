@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/am_assert.h"
+#include "support/dfp_islands.h"
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/dfp_records.h"
@@ -33,14 +34,8 @@ protected:
         return sketch;
     }
 
-    void AddIsland(uint16_t id, std::initializer_list<const char*> roots, uint16_t links) {
-        auto info = std::make_unique<DfpIslandInfo>();
-        info->island_id = id;
-        info->outbound_links = links;
-        for (const char* root : roots) {
-            info->island_roots.insert(N(root));
-        }
-        islands[id] = std::move(info);
+    void AddIsland(uint16_t id, const std::vector<std::string>& roots, uint16_t links) {
+        AddDfpIsland(islands, fabric, id, roots, links);
     }
 
     // Gives `name` a record in its island's sweep map whose best group carries a score

@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "common/am_assert.h"
+#include "support/dfp_islands.h"
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
@@ -42,13 +42,8 @@ protected:
 
     void Install(const FabricSketch& sketch) { fabric = std::make_unique<InstalledFabric>(sketch); }
 
-    void AddIsland(uint16_t id, std::initializer_list<const char*> roots) {
-        auto info = std::make_unique<DfpIslandInfo>();
-        info->island_id = id;
-        for (const char* root : roots) {
-            info->island_roots.insert(N(root));
-        }
-        islands[id] = std::move(info);
+    void AddIsland(uint16_t id, const std::vector<std::string>& roots) {
+        AddDfpIsland(islands, *fabric, id, roots);
     }
 
     const AggNode* N(const std::string& name) { return fabric->Switch(name); }
@@ -316,10 +311,7 @@ protected:
         }
         Install(sketch);
         for (uint16_t i = 1; i <= n_islands; ++i) {
-            auto info = std::make_unique<DfpIslandInfo>();
-            info->island_id = i;
-            info->island_roots.insert(N(Root(i)));
-            islands[i] = std::move(info);
+            AddIsland(i, {Root(i)});
         }
         return Search();
     }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/am_assert.h"
+#include "support/dfp_islands.h"
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/dfp_records.h"
@@ -39,13 +40,8 @@ protected:
         return sketch;
     }
 
-    void AddIsland(uint16_t id, std::initializer_list<const char*> roots) {
-        auto info = std::make_unique<DfpIslandInfo>();
-        info->island_id = id;
-        for (const char* root : roots) {
-            info->island_roots.insert(N(root));
-        }
-        islands[id] = std::move(info);
+    void AddIsland(uint16_t id, const std::vector<std::string>& roots) {
+        AddDfpIsland(islands, fabric, id, roots);
     }
 
     const AggNode* N(const std::string& name) { return fabric.Switch(name); }

@@ -1,13 +1,12 @@
 // Combining the groups a switch's children offered into the switch's candidates.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <list>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "common/am_assert.h"
+#include "support/assertion_text.h"
+#include "support/default_tree_nodes.h"
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
@@ -22,16 +21,6 @@ FabricSketch SixLeavesThreeMiddlesOneTop() {
     return sketch;
 }
 
-// The text of the assertion `action` throws, or "" when it throws none.
-std::string AssertionText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const AMAssertException& e) {
-        return e.what();
-    }
-    return "";
-}
-
 class GroupCombinationTest : public ::testing::Test {
 protected:
     GroupCombinationTest() : fabric(SixLeavesThreeMiddlesOneTop()) {}
@@ -41,10 +30,7 @@ protected:
 
     QuasiFatTreeAnInfo& Record(const std::string& name) { return records.emplace_back(Sw(name)); }
 
-    void GiveDefaultTreeNode(const std::string& name) {
-        tree_nodes.push_back(std::make_unique<TreeNode>(kDefaultTreeId, Sw(name), 0));
-        Sw(name)->AddTreeNode(kDefaultTreeId, tree_nodes.back().get());
-    }
+    void GiveDefaultTreeNode(const std::string& name) { tree_nodes.Add(Sw(name)); }
 
     // A group rooted at `at` covering `leaves`, offered to `info` over `links` parallel
     // up-links (no link count recorded when `links` is 0).
@@ -86,7 +72,7 @@ protected:
     }
 
     InstalledFabric fabric;
-    std::vector<std::unique_ptr<TreeNode>> tree_nodes;
+    DefaultTreeNodePool tree_nodes;
     OnDemandTreeCreator creator;
     JobSubTreeInfo job;
     DescendantGroupList groups;

@@ -3,12 +3,11 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "common/am_assert.h"
+#include "support/assertion_text.h"
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
@@ -21,15 +20,6 @@ FabricSketch FourLeavesTwoMiddlesOneTop() {
         .Switches({"mid-1", "mid-2"}, 1)
         .Switch("top", 2);
     return sketch;
-}
-
-std::string AssertionText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const AMAssertException& e) {
-        return e.what();
-    }
-    return "";
 }
 
 class RawGroupMergeTest : public ::testing::Test {

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "common/am_common.h"
 #include "fabric_model/fabric.h"
 #include "fabric_model/job_sub_tree.h"
 #include "fabric_model/tree_node.h"
+#include "support/cache_line_override.h"
 #include "support/fabric_sketch.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
@@ -400,15 +400,6 @@ TEST_F(TreeIdAssignment, ScoreSummaryIsCopiedFromTheFinalScore) {
     EXPECT_EQ(info.score_min_free_tree_ids, score.min_free_tree_ids);
     EXPECT_EQ(info.score_priority, score.priority);
 }
-
-// Restores the machine's cache-line size when a test is done with its own.
-class CacheLineOverride {
-public:
-    explicit CacheLineOverride(int size) { AMCommon::SetCacheLineSizeOverride(size); }
-    ~CacheLineOverride() { AMCommon::SetCacheLineSizeOverride(-1); }
-    CacheLineOverride(const CacheLineOverride&) = delete;
-    CacheLineOverride& operator=(const CacheLineOverride&) = delete;
-};
 
 TEST_F(TreeIdAssignment, ArraysThatCannotBeAllocatedYieldNoId) {
     FabricSketch sketch = ThreeLeafSketch();

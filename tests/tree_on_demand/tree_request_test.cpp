@@ -8,6 +8,7 @@
 
 #include "support/fabric_sketch.h"
 #include "support/failing_allocation.h"
+#include "support/foreign_node.h"
 #include "support/log_capture.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
 
@@ -130,13 +131,8 @@ TEST(TreeRequest, AssertionDeepInTheBuilderBecomesOneCaughtExceptionAndStatusOne
     sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
     InstalledFabric fabric(sketch);
     // An upward path to a node that hosts no switch record breaks the sweep's invariant.
-    PortInfo stranger_info;
-    stranger_info.name = "stranger";
-    AggNode stranger;
-    stranger.port_info = &stranger_info;
-    AggPath to_stranger;
-    to_stranger.remote_node = &stranger;
-    fabric.Switch("leaf-1")->agg_paths[AGG_PATH_DIRECTION_UP][&stranger].insert(to_stranger);
+    ForeignNode stranger("stranger");
+    stranger.LinkUpFrom(fabric.Switch("leaf-1"));
     OnDemandTreeCreator creator;
     LogCapture log(kLogLevelError);
 
