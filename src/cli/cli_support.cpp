@@ -128,4 +128,15 @@ bool IsOnPath(const std::string& program) {
     return false;
 }
 
+void AddIbnetdiscoverOptions(CLI::App* command, FabricSource& source) {
+    command
+        ->add_option("--groups", source.groups_file,
+                     "ibnetdiscover input: Dragonfly+ group map, '<switch> <group>' per line")
+        ->type_name("FILE");
+    command
+        ->add_option("--roots", source.roots_file,
+                     "ibnetdiscover input: top switches, one name or GUID per line")
+        ->type_name("FILE");
+}
+
 }  // namespace aggtree::cli

@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 #include "fabric_model/fabric.h"
 #include "fabric_model/fabric_description.h"
 #include "topology/input_error.h"
@@ -44,6 +46,9 @@ struct FabricSource {
     std::string groups_file;
     std::string roots_file;
 };
+
+// Adds --groups and --roots, the options of an ibnetdiscover input, to `command`.
+void AddIbnetdiscoverOptions(CLI::App* command, FabricSource& source);
 
 // Loads the fabric description; every problem becomes an InputError naming a file.
 // Warnings of the loader are appended to `warnings`.

@@ -89,14 +89,7 @@ void AddBuildCommand(CLI::App& app, int& exit_status) {
     build->add_option("--fabric", options->fabric.path, "Fabric file (JSON) or ibnetdiscover dump")
         ->type_name("FILE")
         ->required();
-    build
-        ->add_option("--groups", options->fabric.groups_file,
-                     "ibnetdiscover input: Dragonfly+ group map, '<switch> <group>' per line")
-        ->type_name("FILE");
-    build
-        ->add_option("--roots", options->fabric.roots_file,
-                     "ibnetdiscover input: top switches, one name or GUID per line")
-        ->type_name("FILE");
+    AddIbnetdiscoverOptions(build, options->fabric);
     CLI::Option* job =
         build->add_option("--job", options->job.job_file, "Job file (JSON)")->type_name("FILE");
     CLI::Option* hosts = build

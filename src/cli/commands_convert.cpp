@@ -39,14 +39,7 @@ void AddConvertCommand(CLI::App& app, int& exit_status) {
     convert->add_option("input", options->fabric.path, "ibnetdiscover dump or fabric file")
         ->type_name("INPUT")
         ->required();
-    convert
-        ->add_option("--groups", options->fabric.groups_file,
-                     "Dragonfly+ group map, '<switch name or GUID> <group>' per line")
-        ->type_name("FILE");
-    convert
-        ->add_option("--roots", options->fabric.roots_file,
-                     "Top switches, one name or GUID per line (ranks counted from them)")
-        ->type_name("FILE");
+    AddIbnetdiscoverOptions(convert, options->fabric);
     convert->add_option("-o,--output", options->output, "Output file (default: standard output)")
         ->type_name("FILE");
     convert->callback([options, &exit_status] { exit_status = RunConvert(*options); });

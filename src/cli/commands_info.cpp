@@ -237,11 +237,7 @@ void AddInfoCommand(CLI::App& app, int& exit_status) {
     info->add_option("fabric", options->fabric.path, "Fabric file or ibnetdiscover dump")
         ->type_name("FABRIC")
         ->required();
-    info->add_option("--groups", options->fabric.groups_file,
-                     "ibnetdiscover input: Dragonfly+ group map")
-        ->type_name("FILE");
-    info->add_option("--roots", options->fabric.roots_file, "ibnetdiscover input: top switches")
-        ->type_name("FILE");
+    AddIbnetdiscoverOptions(info, options->fabric);
     info->add_flag("--json", options->json, "Print the summary as one JSON object");
     info->callback([options, &exit_status] { exit_status = RunInfo(*options); });
 }

@@ -238,16 +238,7 @@ TEST_F(DfpIslandLinking, RootWithSweepRecordGetsItsIslandSubtree) {
     DfpIslandInfo& island = AddIsland(1, "ra");
     AddIsland(2, "rb");
     GiveDefaultTreeNodes({"la", "ra", "rb"});
-    // ra's best group holds la's seed group: one route ra -> la.
-    DescendantGroup& seed = island.descendant_groups.emplace_back(N("la"));
-    seed.leaf_nodes.insert(N("la"));
-    DescendantGroup& best = island.descendant_groups.emplace_back(N("ra"));
-    best.leaf_nodes.insert(N("la"));
-    best.children.push_back(&seed);
-    island.agg_node_to_quasi_fat_tree_info[N("la")] = std::make_unique<QuasiFatTreeAnInfo>(N("la"));
-    island.agg_node_to_quasi_fat_tree_info[N("la")]->best_group = &seed;
-    island.agg_node_to_quasi_fat_tree_info[N("ra")] = std::make_unique<QuasiFatTreeAnInfo>(N("ra"));
-    island.agg_node_to_quasi_fat_tree_info[N("ra")]->best_group = &best;
+    RateRootOverLeaf(island, "ra", "la");  // one route ra -> la
     LogCapture log;
     ASSERT_EQ(Link(), 0u) << log.Dump();
     EXPECT_TRUE(log.Contains(kLogLevelDebug, "qft_root=ra\n")) << log.Dump();
@@ -263,15 +254,7 @@ TEST_F(DfpIslandLinking, FailingIslandSubtreeNamesItsRootAndLeavesTheRootsUnlink
     DfpIslandInfo& island = AddIsland(1, "ra");
     AddIsland(2, "rb");
     GiveDefaultTreeNodes({"la", "ra", "rb"});
-    DescendantGroup& seed = island.descendant_groups.emplace_back(N("la"));
-    seed.leaf_nodes.insert(N("la"));
-    DescendantGroup& best = island.descendant_groups.emplace_back(N("ra"));
-    best.leaf_nodes.insert(N("la"));
-    best.children.push_back(&seed);
-    island.agg_node_to_quasi_fat_tree_info[N("la")] = std::make_unique<QuasiFatTreeAnInfo>(N("la"));
-    island.agg_node_to_quasi_fat_tree_info[N("la")]->best_group = &seed;
-    island.agg_node_to_quasi_fat_tree_info[N("ra")] = std::make_unique<QuasiFatTreeAnInfo>(N("ra"));
-    island.agg_node_to_quasi_fat_tree_info[N("ra")]->best_group = &best;
+    RateRootOverLeaf(island, "ra", "la");
     job.error_text = "earlier\n";
     LogCapture log;
     EXPECT_EQ(Link(), 1u);
