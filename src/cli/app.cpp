@@ -45,7 +45,7 @@ int Run(int argc, char** argv) {
     app.footer(
         "Try 'aggtree demo' first; 'aggtree <command> --help' explains each command.\n"
         "Exit status: 0 done (build: tree built), 1 the job cannot be served, 2 bad input "
-        "or usage.");
+        "or usage, 3 internal failure (out of memory).");
     int exit_status = kExitBuilt;
     AddBuildCommand(app, exit_status);
     AddGenerateCommand(app, exit_status);
@@ -79,6 +79,7 @@ int Run(int argc, char** argv) {
         PrintError(std::string("aggtree: ") + error.what());
     } catch (const std::bad_alloc&) {
         PrintError("aggtree: out of memory");
+        return kExitInternal;
     } catch (const std::exception& error) {
         PrintError(std::string("aggtree: ") + error.what());
     }

@@ -19,6 +19,7 @@ namespace aggtree::cli {
 inline constexpr int kExitBuilt = 0;      // done (for build: the tree was built)
 inline constexpr int kExitNotServed = 1;  // the builder returned a non-zero status
 inline constexpr int kExitBadInput = 2;   // bad input or usage; nothing was built
+inline constexpr int kExitInternal = 3;   // out of memory, or a tree that failed the final check
 
 // A problem with the command line itself; `what` names the option and the problem.
 class UsageError : public std::runtime_error {

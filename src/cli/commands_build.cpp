@@ -69,11 +69,23 @@ int RunBuild(const BuildOptions& options) {
     run.job = MakeJob(options.job, *fabric);
     RunTreeBuilder(run);
     WriteGraphs(options, run, *fabric);
+    const RequestFailure& failure = run.creator.LastInternalFailure();
     if (options.json) {
-        WriteOutput("",
-                    ResultToJson(run.status, run.job.job_id, run.info, run.score).dump(2) + "\n");
-    } else {
+        nlohmann::ordered_json result =
+            ResultToJson(run.status, run.job.job_id, run.info, run.score);
+        if (failure.kind != InternalFailure::kNone) {
+            result["internal_error"] = failure.text;
+        }
+        WriteOutput("", result.dump(2) + "\n");
+    } else if (failure.kind == InternalFailure::kNone) {
         WriteOutput("", RenderTextResult(run.status, run.job.job_id, run.info, run.score, *fabric));
+    }
+    if (failure.kind != InternalFailure::kNone) {
+        // Not a refusal: a scheduler's script must not take it for one.
+        std::fflush(stdout);
+        std::fprintf(stderr, "aggtree: job %s: %s\n", run.job.job_id.ToString().c_str(),
+                     failure.text.c_str());
+        return kExitInternal;
     }
     return run.status == 0 ? kExitBuilt : kExitNotServed;
 }

@@ -20,6 +20,7 @@
 #include <memory>
 #include <queue>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "fabric_model/agg_node.h"
@@ -32,6 +33,20 @@
 
 // The job's host ports in the manager's order.
 using JobPortSet = std::set<const PortData*, PortDataSort>;
+
+// A failure of the last request that says nothing about the job itself: the caller
+// should not report it as a refusal.
+enum class InternalFailure : uint8_t {
+    kNone,         // the request succeeded, or the job was refused for a reason of its own
+    kOutOfMemory,  // an allocation failed while the tree was built
+    kBrokenTree,   // the built tree failed the final check and was not returned
+};
+
+// What went wrong inside the last request, beside its status.
+struct RequestFailure {
+    InternalFailure kind = InternalFailure::kNone;  // kNone unless the builder itself failed
+    std::string text;                               // for the operator; empty with kNone
+};
 
 class OnDemandTreeCreator {
 public:
@@ -113,6 +128,9 @@ public:
     // Centre of an undirected tree (null when empty, disconnected or cyclic).
     const AggNode* FindTreeCenter(const NodeSiblingsMap& map_node_to_adjacents) const;
 
+    // Why the last request failed when its status 1 is not a refusal of the job.
+    const RequestFailure& LastInternalFailure() const { return m_last_failure; }
+
     // The tree nodes this creator made for the last request.
     const std::vector<std::unique_ptr<TreeNode>>& GetCreatedTreeNodes() const {
         return m_tree_nodes;
@@ -120,4 +138,5 @@ public:
 
 private:
     std::vector<std::unique_ptr<TreeNode>> m_tree_nodes;
+    RequestFailure m_last_failure;
 };

@@ -68,6 +68,7 @@ int OnDemandTreeCreator::CreateTree(const JobPortSet& ports, const JobResource& 
                                     const ZeltaExtJobId& job_id, JobSubTreeInfo& job_sub_tree_info,
                                     JobSubTreeScore& score) {
     job_sub_tree_info.Clear(true);
+    m_last_failure = RequestFailure{};
     // The previous job's nodes go first, so no switch keeps pointing at them.
     for (std::unique_ptr<TreeNode>& tree_node : m_tree_nodes) {
         tree_node.reset();
@@ -100,6 +101,15 @@ int OnDemandTreeCreator::CreateTree(const JobPortSet& ports, const JobResource& 
         job_sub_tree_info.job_id = job_id;
         status = BuildDynamicQuasiFatTree(leaves, job_resource, job_sub_tree_info, score);
         LogJobSummary(job_sub_tree_info);
+    } catch (const std::bad_alloc& exception) {
+        TREES_LOG(kLogLevelError, "Exception caught: %s\n", exception.what());
+        job_sub_tree_info.Clear(false);
+        // Running out of memory says nothing about the job: the caller must not take it
+        // for a refusal.
+        m_last_failure = {
+            InternalFailure::kOutOfMemory,
+            std::string("out of memory while building the tree (") + exception.what() + ")"};
+        return 1;
     } catch (const std::exception& exception) {
         TREES_LOG(kLogLevelError, "Exception caught: %s\n", exception.what());
         job_sub_tree_info.Clear(false);

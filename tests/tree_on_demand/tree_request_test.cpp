@@ -15,6 +15,7 @@
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 // leaf-1 (0x1001) and leaf-2 (0x1002) under spine (0x1003), links on `plane`.
@@ -206,6 +207,43 @@ TEST(TreeRequest, FailedAllocationOfALeafTreeNodeIsLoggedAndFailsTheRequest) {
     EXPECT_THAT(creator.GetCreatedTreeNodes(), IsEmpty());
     EXPECT_EQ(fabric.Switch("leaf-1")->GetTreeNode(kDefaultTreeId), nullptr);
     EXPECT_EQ(fabric.Switch("leaf-2")->GetTreeNode(kDefaultTreeId), nullptr);
+    EXPECT_EQ(creator.LastInternalFailure().kind, InternalFailure::kOutOfMemory);
+    EXPECT_THAT(creator.LastInternalFailure().text, HasSubstr("out of memory"));
+}
+
+TEST(TreeRequest, TheRequestAfterAnAllocationFailureIsServedAndReportsNoFailure) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    JobRun failed;
+    *failed.ports = {{0x2001, 0}, {0x2002, 0}};
+    JobPortSet ports{&(*failed.ports)[0], &(*failed.ports)[1]};
+    LogCapture log(kLogLevelError);
+    FailNextAllocationOfSize(sizeof(TreeNode));
+    failed.status =
+        creator.CreateTree(ports, JobResource{}, ZeltaExtJobId{}, failed.info, failed.score);
+    FailNextAllocationOfSize(0);
+    ASSERT_EQ(creator.LastInternalFailure().kind, InternalFailure::kOutOfMemory);
+
+    JobRun served = RunJob(creator, fabric, {"h1", "h2"});
+
+    EXPECT_EQ(served.status, 0);
+    EXPECT_EQ(creator.LastInternalFailure().kind, InternalFailure::kNone);
+    EXPECT_THAT(creator.LastInternalFailure().text, IsEmpty());
+}
+
+TEST(TreeRequest, ARefusalIsNotAnInternalFailure) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    sketch.Sw("spine").excluded = true;
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+
+    JobRun run = RunJob(creator, fabric, {"h1", "h2"});
+
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(creator.LastInternalFailure().kind, InternalFailure::kNone);
 }
 
 TEST(TreeRequest, MoreThan255PortsOnOneSwitchWrapTheLinkedChildCount) {
