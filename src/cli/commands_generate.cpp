@@ -1,4 +1,5 @@
-// aggtree generate: fat trees and Dragonfly+ fabrics of any size, as fabric files.
+// aggtree generate: fat trees, Dragonfly+ and director-chassis fabrics of any size, as
+// fabric files.
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -98,14 +99,56 @@ void AddDragonflyPlus(CLI::App& generate, int& exit_status) {
     });
 }
 
+void AddDirector(CLI::App& generate, int& exit_status) {
+    struct Options {
+        DirectorParams params;
+        std::string output;
+    };
+    auto options = std::make_shared<Options>();
+    DirectorParams& params = options->params;
+    CLI::App* director = generate.add_subcommand(
+        "director", "Director chassis (meshed leaf and spine cards) above edge switches");
+    director->add_option("--chassis", params.chassis, "Number of chassis (default 3)")
+        ->type_name("N");
+    director->add_option("--leaf-cards", params.leaf_cards, "Leaf cards per chassis (default 27)")
+        ->type_name("L");
+    director
+        ->add_option("--spine-cards", params.spine_cards, "Spine cards per chassis (default 18)")
+        ->type_name("S");
+    director
+        ->add_option("--edge-switches", params.edge_switches,
+                     "Edge switches, which carry the hosts (default 78)")
+        ->type_name("E");
+    director
+        ->add_option("--hosts-per-edge", params.hosts_per_edge,
+                     "Hosts on each edge switch (default 18)")
+        ->type_name("H");
+    director
+        ->add_option("--cables-per-chassis", params.cables_per_chassis,
+                     "Cables from each edge switch into each chassis (default 6)")
+        ->type_name("C");
+    director
+        ->add_option("--max-cards-per-chassis", params.max_cards_per_chassis,
+                     "The most leaf cards those cables spread over (default 3)")
+        ->type_name("M");
+    director->add_option("--seed", params.seed, "Seed of the cabling (default 1)")->type_name("S");
+    director->add_option("-o,--output", options->output, "Output file (default: standard output)")
+        ->type_name("FILE");
+    director->callback([options, &exit_status] {
+        exit_status = WriteGenerated("generate director", options->output,
+                                     [&] { return GenerateDirector(options->params); });
+    });
+}
+
 }  // namespace
 
 void AddGenerateCommand(CLI::App& app, int& exit_status) {
-    CLI::App* generate =
-        app.add_subcommand("generate", "Write a generated fabric file (fat tree or Dragonfly+)");
+    CLI::App* generate = app.add_subcommand(
+        "generate", "Write a generated fabric file (fat tree, Dragonfly+ or director)");
     generate->require_subcommand(1);
     AddFatTree(*generate, exit_status);
     AddDragonflyPlus(*generate, exit_status);
+    AddDirector(*generate, exit_status);
 }
 
 }  // namespace aggtree::cli

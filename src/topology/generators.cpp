@@ -24,10 +24,22 @@
 // Links that end on the same two spines are one link description with a count.
 // Marking (docs/dragonfly-plus.md): every group switch has topology kind 3; leaves, and
 // spines left without global links, are defer_root.
+//
+// Director fabrics: switches in the order edge-1 .. edge-E, then chassis by chassis its
+// leaf cards c<C>-leaf-N and spine cards c<C>-spine-N; hosts node001, ... on the edge
+// switches in order.  Links: every edge switch's cables, chassis by chassis and card by
+// card, then each chassis's leaf-spine mesh (one cable per pair).  The cables of edge
+// switch e into chassis c are laid by a SplitMix64 stream of their own, seeded from
+// (seed, e, c): it draws how many cards (1 .. max), which cards (a partial Fisher-Yates
+// draw), then one card for each cable beyond the first per card.  Bounded draws are the
+// generator's output modulo the bound, never a standard library distribution, so the
+// fabric is the same with every compiler; changing the number of edge switches or
+// chassis leaves the cabling of the others as it was.
 #include "topology/generators.h"
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -50,6 +62,29 @@ std::string HostName(size_t number, size_t total) {
     std::string digits = std::to_string(number);
     size_t width = std::max<size_t>(3, std::to_string(total).size());
     return "node" + std::string(width - std::min(width, digits.size()), '0') + digits;
+}
+
+// SplitMix64 (Steele, Lea and Flood): tiny, fixed, and the same output everywhere.
+class SplitMix64 {
+public:
+    explicit SplitMix64(uint64_t state) : m_state(state) {}
+
+    uint64_t Next() {
+        uint64_t z = (m_state += 0x9e3779b97f4a7c15ULL);
+        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+        z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+        return z ^ (z >> 31);
+    }
+
+    // A draw from 0 .. bound-1; the modulo bias is below 2^-40 for the bounds used here.
+    size_t Below(size_t bound) { return static_cast<size_t>(Next() % bound); }
+
+private:
+    uint64_t m_state;
+};
+
+uint64_t Mix(uint64_t value) {
+    return SplitMix64(value).Next();
 }
 
 class Builder {
@@ -341,6 +376,120 @@ FabricDescription GenerateDragonflyPlus(const DragonflyPlusParams& params) {
         builder.AddLink(a, b, 1);
     }
     internal::MarkDragonflyPlusDeferRoots(description);
+    return description;
+}
+
+namespace {
+
+void CheckDirectorParams(const DirectorParams& params) {
+    auto at_least = [](int value, int least, const std::string& what) {
+        if (value < least) {
+            Refuse(what + " must be at least " + std::to_string(least) + ", not " +
+                   std::to_string(value));
+        }
+    };
+    at_least(params.chassis, 1, "the number of chassis");
+    at_least(params.leaf_cards, 1, "leaf cards per chassis");
+    at_least(params.spine_cards, 1, "spine cards per chassis");
+    at_least(params.edge_switches, 1, "the number of edge switches");
+    at_least(params.hosts_per_edge, 0, "hosts per edge switch");
+    at_least(params.cables_per_chassis, 1, "cables per edge switch into each chassis");
+    at_least(params.max_cards_per_chassis, 1, "the most leaf cards per chassis");
+    if (params.cables_per_chassis > 65535) {
+        Refuse("cables per edge switch into each chassis must be at most 65535, not " +
+               std::to_string(params.cables_per_chassis));
+    }
+    if (params.max_cards_per_chassis > params.leaf_cards) {
+        Refuse("the cables of an edge switch cannot spread over " +
+               std::to_string(params.max_cards_per_chassis) + " leaf cards: a chassis has " +
+               std::to_string(params.leaf_cards));
+    }
+    if (params.max_cards_per_chassis > params.cables_per_chassis) {
+        Refuse(std::to_string(params.cables_per_chassis) +
+               " cables per edge switch into each chassis cannot spread over " +
+               std::to_string(params.max_cards_per_chassis) + " leaf cards");
+    }
+    const size_t chassis = static_cast<size_t>(params.chassis);
+    const size_t leaves = static_cast<size_t>(params.leaf_cards);
+    const size_t spines = static_cast<size_t>(params.spine_cards);
+    const size_t edges = static_cast<size_t>(params.edge_switches);
+    const size_t cards = static_cast<size_t>(params.max_cards_per_chassis);
+    if (edges + chassis * (leaves + spines) > kMaxNodesPerPlane ||
+        edges * static_cast<size_t>(params.hosts_per_edge) > kMaxNodesPerPlane ||
+        chassis * leaves * spines + edges * chassis * cards > kMaxNodesPerPlane) {
+        Refuse("the director fabric would be too large");
+    }
+}
+
+// How the cables of one edge switch into one chassis are laid: (card, cables) by card.
+std::vector<std::pair<size_t, int>> SpreadCables(const DirectorParams& params, size_t edge,
+                                                 size_t chassis) {
+    SplitMix64 random(Mix(Mix(Mix(params.seed) ^ edge) ^ chassis));
+    const size_t card_count = 1 + random.Below(static_cast<size_t>(params.max_cards_per_chassis));
+    std::vector<size_t> cards(static_cast<size_t>(params.leaf_cards));
+    std::iota(cards.begin(), cards.end(), size_t{0});
+    for (size_t i = 0; i < card_count; ++i) {
+        std::swap(cards[i], cards[i + random.Below(cards.size() - i)]);
+    }
+    cards.resize(card_count);
+    std::sort(cards.begin(), cards.end());
+    std::vector<std::pair<size_t, int>> spread;
+    for (size_t card : cards) {
+        spread.emplace_back(card, 1);
+    }
+    for (size_t cable = card_count; cable < static_cast<size_t>(params.cables_per_chassis);
+         ++cable) {
+        ++spread[random.Below(card_count)].second;
+    }
+    return spread;
+}
+
+}  // namespace
+
+FabricDescription GenerateDirector(const DirectorParams& params) {
+    CheckDirectorParams(params);
+    const size_t chassis = static_cast<size_t>(params.chassis);
+    const size_t leaves = static_cast<size_t>(params.leaf_cards);
+    const size_t spines = static_cast<size_t>(params.spine_cards);
+    const size_t edges = static_cast<size_t>(params.edge_switches);
+
+    FabricDescription description;
+    Builder builder(description, 0, false);
+    for (size_t e = 0; e < edges; ++e) {
+        builder.AddSwitch("edge-" + std::to_string(e + 1), 0);
+    }
+    // Index of leaf card 0 of chassis c is first_leaf[c]; its spine cards follow its leaves.
+    std::vector<size_t> first_leaf(chassis);
+    for (size_t c = 0; c < chassis; ++c) {
+        const std::string prefix = "c" + std::to_string(c + 1) + "-";
+        first_leaf[c] = description.switches.size();
+        for (size_t l = 0; l < leaves; ++l) {
+            builder.AddSwitch(prefix + "leaf-" + std::to_string(l + 1), 1);
+        }
+        for (size_t s = 0; s < spines; ++s) {
+            builder.AddSwitch(prefix + "spine-" + std::to_string(s + 1), 2);
+        }
+    }
+    for (size_t e = 0; e < edges; ++e) {
+        for (size_t c = 0; c < chassis; ++c) {
+            for (const auto& [card, cables] : SpreadCables(params, e, c)) {
+                builder.AddLink(e, first_leaf[c] + card, cables);
+            }
+        }
+    }
+    for (size_t c = 0; c < chassis; ++c) {
+        for (size_t l = 0; l < leaves; ++l) {
+            for (size_t s = 0; s < spines; ++s) {
+                builder.AddLink(first_leaf[c] + l, first_leaf[c] + leaves + s, 1);
+            }
+        }
+    }
+    const size_t hosts = edges * static_cast<size_t>(params.hosts_per_edge);
+    for (size_t e = 0; e < edges; ++e) {
+        for (int h = 0; h < params.hosts_per_edge; ++h) {
+            builder.AddHost(e, hosts);
+        }
+    }
     return description;
 }
 

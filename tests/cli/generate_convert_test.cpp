@@ -106,6 +106,15 @@ const Generated kGenerated[] = {
      20,
      8,
      4},
+    // 78 edge switches, 3 chassis of 27 leaf and 18 spine cards, 18 hosts per edge switch.
+    {"DirectorDefaults", {"director"}, 78 + 3 * (27 + 18), 78 * 18, 1},
+    {"DirectorSmall",
+     {"director", "--chassis", "2", "--leaf-cards", "6", "--spine-cards", "4", "--edge-switches",
+      "12", "--hosts-per-edge", "4", "--cables-per-chassis", "3", "--max-cards-per-chassis", "2",
+      "--seed", "5"},
+     12 + 2 * (6 + 4),
+     48,
+     1},
 };
 
 INSTANTIATE_TEST_SUITE_P(Sizes, GeneratedFabricTest, ::testing::ValuesIn(kGenerated),
@@ -135,6 +144,17 @@ TEST_F(GenerateConvertTest, RandomWiringDependsOnlyOnTheSeed) {
         std::vector<std::string> full = args;
         full.push_back(seed);
         RunResult run = RunAggtree(full);
+        EXPECT_EQ(run.exit_code, 0) << run.err;
+        return run.out;
+    };
+    EXPECT_EQ(with_seed("5"), with_seed("5"));
+    EXPECT_NE(with_seed("5"), with_seed("6"));
+}
+
+TEST_F(GenerateConvertTest, DirectorCablingDependsOnlyOnTheSeed) {
+    auto with_seed = [&](const std::string& seed) {
+        RunResult run =
+            RunAggtree({"generate", "director", "--edge-switches", "10", "--seed", seed});
         EXPECT_EQ(run.exit_code, 0) << run.err;
         return run.out;
     };
@@ -214,6 +234,13 @@ const BadGenerate kBadGenerates[] = {
      {"generate", "dragonfly-plus", "--groups", "0", "--leaves-per-group", "1",
       "--spines-per-group", "1", "--hosts-per-leaf", "1", "--global-links-per-spine", "1"},
      "aggtree: generate dragonfly-plus: "},
+    {"DirectorCardsBeyondTheCables",
+     {"generate", "director", "--cables-per-chassis", "2"},
+     "aggtree: generate director: 2 cables per edge switch into each chassis cannot spread over 3 "
+     "leaf cards"},
+    {"DirectorWithoutChassis",
+     {"generate", "director", "--chassis", "0"},
+     "aggtree: generate director: the number of chassis must be at least 1, not 0"},
     {"OutputIntoAMissingDirectory",
      {"generate", "fat-tree", "--levels", "2", "--radix", "4", "-o", "/nonexistent/dir/f.json"},
      "aggtree: /nonexistent/dir/f.json: cannot write the file: No such file or directory"},

@@ -10,7 +10,9 @@
 
 #include <map>
 #include <memory>
+#include <numeric>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include "description_compare.h"
@@ -435,6 +437,213 @@ RC_GTEST_PROP(DragonflyPlusProperty, AnyAcceptedSizeGivesEverySpineItsGlobalLink
                       static_cast<size_t>(params.global_links_per_spine));
         }
     }
+    Fabric fabric(d);
+    RC_ASSERT(fabric.Switches().size() == d.switches.size());
+}
+
+// The chassis a director card belongs to ("c2-leaf-5" -> 2), 0 for an edge switch.
+int ChassisOf(const SwitchDescription& sw) {
+    return sw.name.rfind("c", 0) == 0 ? std::stoi(sw.name.substr(1)) : 0;
+}
+
+// Cables of each edge switch into each chassis, card by card: (edge, chassis) -> counts.
+std::map<std::pair<size_t, int>, std::vector<int>> EdgeCables(const FabricDescription& d) {
+    std::map<std::pair<size_t, int>, std::vector<int>> cables;
+    for (const LinkDescription& link : d.links) {
+        const SwitchDescription& a = d.switches[link.a];
+        const SwitchDescription& b = d.switches[link.b];
+        if (*a.rank == 0) {
+            cables[{link.a, ChassisOf(b)}].push_back(link.count);
+        } else if (*b.rank == 0) {
+            cables[{link.b, ChassisOf(a)}].push_back(link.count);
+        }
+    }
+    return cables;
+}
+
+// What departs from the shape every director fabric has ("" when nothing): ranks by
+// role, chassis meshed and apart, every edge switch's cables into every chassis spread
+// over 1 .. max cards, hosts on edge switches only.
+std::string DirectorShapeProblems(const FabricDescription& d, const DirectorParams& p) {
+    std::ostringstream problems;
+    const size_t chassis = static_cast<size_t>(p.chassis);
+    const size_t cards = chassis * static_cast<size_t>(p.leaf_cards + p.spine_cards);
+    if (d.switches.size() != static_cast<size_t>(p.edge_switches) + cards ||
+        d.hosts.size() != static_cast<size_t>(p.edge_switches * p.hosts_per_edge)) {
+        return "wrong number of switches or hosts";
+    }
+    size_t mesh_links = 0;
+    for (const LinkDescription& link : d.links) {
+        const SwitchDescription& a = d.switches[link.a];
+        const SwitchDescription& b = d.switches[link.b];
+        const bool mesh = *a.rank != 0 && *b.rank != 0;
+        if (mesh && (ChassisOf(a) != ChassisOf(b) || *a.rank + *b.rank != 3 || link.count != 1)) {
+            problems << "bad chassis link " << a.name << " - " << b.name << "\n";
+        }
+        if (!mesh && *a.rank + *b.rank != 1) {
+            problems << "bad edge link " << a.name << " - " << b.name << "\n";
+        }
+        mesh_links += mesh ? 1 : 0;
+    }
+    if (mesh_links != chassis * static_cast<size_t>(p.leaf_cards * p.spine_cards)) {
+        problems << mesh_links << " leaf-spine pairs linked in the chassis\n";
+    }
+    const auto cables = EdgeCables(d);
+    if (cables.size() != static_cast<size_t>(p.edge_switches) * chassis) {
+        problems << cables.size() << " (edge switch, chassis) pairs cabled\n";
+    }
+    for (const auto& [edge_and_chassis, counts] : cables) {
+        if (counts.empty() || counts.size() > static_cast<size_t>(p.max_cards_per_chassis) ||
+            std::accumulate(counts.begin(), counts.end(), 0) != p.cables_per_chassis) {
+            problems << d.switches[edge_and_chassis.first].name << " into chassis "
+                     << edge_and_chassis.second << ": bad spread\n";
+        }
+    }
+    for (const HostDescription& host : d.hosts) {
+        if (*d.switches[host.switch_index].rank != 0) {
+            problems << host.name << " is not on an edge switch\n";
+        }
+    }
+    return problems.str();
+}
+
+TEST(Director, DefaultsGiveThreeChassisAndFourteenHundredHosts) {
+    const DirectorParams params;
+    const FabricDescription d = GenerateDirector(params);
+    EXPECT_EQ(DirectorShapeProblems(d, params), "");
+    EXPECT_EQ(CountNamed(d, "edge-"), 78u);
+    EXPECT_EQ(CountNamed(d, "c1-leaf-"), 27u);
+    EXPECT_EQ(CountNamed(d, "c3-spine-"), 18u);
+    EXPECT_EQ(d.hosts.size(), 1404u);
+    EXPECT_EQ(d.switches[0].name, "edge-1");
+    EXPECT_EQ(d.switches[0].guid, 0x5100000001u);
+    EXPECT_EQ(d.switches[0].rank, 0);
+    EXPECT_EQ(d.switches[78].name, "c1-leaf-1");
+    EXPECT_EQ(d.switches[78].rank, 1);
+    EXPECT_EQ(d.switches[78 + 27].name, "c1-spine-1");
+    EXPECT_EQ(d.switches[78 + 27].rank, 2);
+    EXPECT_EQ(d.switches.back().name, "c3-spine-18");
+    EXPECT_EQ(d.switches.back().guid, 0x5100000000u + 78 + 3 * 45);
+    EXPECT_EQ(d.hosts.front().name, "node0001");
+    EXPECT_EQ(d.hosts.front().guid, 0x4800000001u);
+    EXPECT_EQ(d.hosts.back().name, "node1404");
+    EXPECT_EQ(d.switches[d.hosts.back().switch_index].name, "edge-78");
+    // Every spread from one to three cards occurs, and so do the six cables on one card.
+    std::set<size_t> spreads;
+    int most_cables_on_a_card = 0;
+    for (const auto& [edge_and_chassis, counts] : EdgeCables(d)) {
+        spreads.insert(counts.size());
+        most_cables_on_a_card =
+            std::max(most_cables_on_a_card, *std::max_element(counts.begin(), counts.end()));
+    }
+    EXPECT_EQ(spreads, (std::set<size_t>{1, 2, 3}));
+    EXPECT_EQ(most_cables_on_a_card, 6);
+    ExpectBuildsAndRoundTrips(d);
+}
+
+TEST(Director, TheSameSeedGivesTheSameFabric) {
+    DirectorParams params;
+    params.edge_switches = 20;
+    params.seed = 42;
+    EXPECT_EQ(WriteFabricJson(GenerateDirector(params)), WriteFabricJson(GenerateDirector(params)));
+}
+
+TEST(Director, DifferentSeedsCableDifferently) {
+    DirectorParams params;
+    params.edge_switches = 20;
+    const auto first = EdgeCables(GenerateDirector(params));
+    params.seed = 2;
+    const auto second = EdgeCables(GenerateDirector(params));
+    EXPECT_NE(first, second);
+}
+
+TEST(Director, FewerEdgeSwitchesKeepTheCablingOfTheOthers) {
+    DirectorParams params;
+    params.edge_switches = 30;
+    const auto all = EdgeCables(GenerateDirector(params));
+    params.edge_switches = 10;
+    for (const auto& [edge_and_chassis, counts] : EdgeCables(GenerateDirector(params))) {
+        EXPECT_EQ(all.at(edge_and_chassis), counts);
+    }
+}
+
+// The cabling is fixed by the seed alone: this is what seed 7 lays, on any machine.
+TEST(Director, CablingIsTheSameOnEveryMachine) {
+    DirectorParams params;
+    params.chassis = 2;
+    params.leaf_cards = 6;
+    params.spine_cards = 2;
+    params.edge_switches = 2;
+    params.hosts_per_edge = 1;
+    params.seed = 7;
+    const FabricDescription d = GenerateDirector(params);
+    std::vector<std::string> uplinks;
+    for (const LinkDescription& link : d.links) {
+        if (*d.switches[link.a].rank == 0) {
+            uplinks.push_back(d.switches[link.a].name + ">" + d.switches[link.b].name + "x" +
+                              std::to_string(link.count));
+        }
+    }
+    EXPECT_THAT(uplinks,
+                ElementsAre("edge-1>c1-leaf-1x2", "edge-1>c1-leaf-4x3", "edge-1>c1-leaf-5x1",
+                            "edge-1>c2-leaf-3x6", "edge-2>c1-leaf-1x3", "edge-2>c1-leaf-3x1",
+                            "edge-2>c1-leaf-6x2", "edge-2>c2-leaf-1x1", "edge-2>c2-leaf-3x3",
+                            "edge-2>c2-leaf-6x2"));
+}
+
+TEST(Director, BadParametersAreRefused) {
+    auto director = [](DirectorParams p) { return [p] { GenerateDirector(p); }; };
+    DirectorParams p;
+    p.chassis = 0;
+    EXPECT_EQ(RefusalOf(director(p)), "the number of chassis must be at least 1, not 0");
+    p = {};
+    p.spine_cards = 0;
+    EXPECT_EQ(RefusalOf(director(p)), "spine cards per chassis must be at least 1, not 0");
+    p = {};
+    p.hosts_per_edge = -1;
+    EXPECT_EQ(RefusalOf(director(p)), "hosts per edge switch must be at least 0, not -1");
+    p = {};
+    p.cables_per_chassis = 0;
+    EXPECT_EQ(RefusalOf(director(p)),
+              "cables per edge switch into each chassis must be at least 1, not 0");
+    p = {};
+    p.cables_per_chassis = 70000;
+    EXPECT_EQ(RefusalOf(director(p)),
+              "cables per edge switch into each chassis must be at most 65535, not 70000");
+    p = {};
+    p.leaf_cards = 2;
+    EXPECT_EQ(RefusalOf(director(p)),
+              "the cables of an edge switch cannot spread over 3 leaf cards: a chassis has 2");
+    p = {};
+    p.cables_per_chassis = 2;
+    EXPECT_EQ(RefusalOf(director(p)),
+              "2 cables per edge switch into each chassis cannot spread over 3 leaf cards");
+    p = {};
+    p.edge_switches = 1 << 24;
+    EXPECT_EQ(RefusalOf(director(p)), "the director fabric would be too large");
+    p = {};
+    p.leaf_cards = 100000;
+    p.spine_cards = 100000;
+    EXPECT_EQ(RefusalOf(director(p)), "the director fabric would be too large");
+    p = {};
+    p.hosts_per_edge = 0;
+    p.max_cards_per_chassis = 1;
+    EXPECT_EQ(RefusalOf(director(p)), "accepted");
+}
+
+RC_GTEST_PROP(DirectorProperty, AnyAcceptedSizeHasTheDirectorShape, ()) {
+    DirectorParams params;
+    params.chassis = *rc::gen::inRange(1, 4);
+    params.leaf_cards = *rc::gen::inRange(1, 8);
+    params.spine_cards = *rc::gen::inRange(1, 5);
+    params.edge_switches = *rc::gen::inRange(1, 12);
+    params.hosts_per_edge = *rc::gen::inRange(0, 4);
+    params.cables_per_chassis = *rc::gen::inRange(1, 9);
+    params.max_cards_per_chassis =
+        *rc::gen::inRange(1, std::min(params.leaf_cards, params.cables_per_chassis) + 1);
+    params.seed = *rc::gen::arbitrary<uint32_t>();
+    const FabricDescription d = GenerateDirector(params);
+    RC_ASSERT(DirectorShapeProblems(d, params) == "");
     Fabric fabric(d);
     RC_ASSERT(fabric.Switches().size() == d.switches.size());
 }
