@@ -3,8 +3,10 @@
 //
 // Every edge of a job's tree is made here, by the top-down linking and by the joining
 // of Dragonfly+ roots.  The parent is entered in the tree before the child, so the
-// job's node list starts with the root.  One link costs O(log children) for the set of
-// child indices plus a hash lookup per switch.
+// job's node list starts with the root.  A child's index is kept in 8 bits, so no node
+// takes more than 256 children whatever its limits say: two children sharing an index
+// would break the tree.  One link costs O(log children) for the set of child indices
+// plus a hash lookup per switch.
 #include <algorithm>
 
 #include "fabric_model/options.h"
@@ -14,6 +16,9 @@
 namespace {
 
 constexpr const char* kLinkNodes = "LinkNodes";
+
+// Children one node can take: as many as an 8-bit child index tells apart.
+constexpr uint16_t kAddressableChildren = 256;
 
 // The two edges are paired before the child's end is set and stay paired when that end
 // is refused; only the status tells the caller.
@@ -58,8 +63,16 @@ uint32_t OnDemandTreeCreator::LinkNodes(const AggNodeFabricInfo* parent,
     const uint16_t child_index = p_parent_tree_node->num_children;
     const uint16_t children_limit =
         std::min(parent->tree_children_limit, g_option_info.max_tree_children);
+    if (child_index >= kAddressableChildren && children_limit > kAddressableChildren) {
+        // Said when it first matters; the refused link ends the linking of this tree.
+        TREES_LOG_IN(kLinkNodes, kLogLevelWarning,
+                     "Children limit %u of %s lowered to %u: a child index addresses no more "
+                     "children\n",
+                     static_cast<unsigned>(children_limit), parent->port_info->GetName().c_str(),
+                     static_cast<unsigned>(kAddressableChildren));
+    }
     // A refused link advances nothing, so the parent's next link reuses this edge.
-    if (child_index >= children_limit ||
+    if (child_index >= std::min(children_limit, kAddressableChildren) ||
         !ConnectEdges(*p_parent_tree_node, *p_child_tree_node, child_index)) {
         TREES_LOG_IN(kLinkNodes, kLogLevelError,
                      "Failed to create connection between: parent: %s - child: %s\n",

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -247,23 +248,51 @@ protected:
     LinkNodesManyChildrenTest() : LinkNodesTest(257, 300, 300) {}
 };
 
-TEST_F(LinkNodesManyChildrenTest, TwoHundredFiftySeventhChildWrapsItsIndexToZero) {
+TEST_F(LinkNodesManyChildrenTest, TwoHundredFiftySeventhChildIsRefusedWithOneWarning) {
     TreeNode* root = Give("root");
     for (int i = 1; i <= 257; ++i) {
         Give("c" + std::to_string(i));
     }
+    LogCapture log(kLogLevelDebug);
     for (int i = 1; i <= 256; ++i) {
         ASSERT_EQ(Link("root", "c" + std::to_string(i)), 0u);
     }
-    ASSERT_EQ(root->linked_child_indices.size(), 256u);
+    ASSERT_TRUE(log.Messages(kLogLevelWarning).empty());
 
-    ASSERT_EQ(Link("root", "c257"), 0u);
+    EXPECT_EQ(Link("root", "c257"), 1u);
 
-    EXPECT_EQ(Sw("c257")->GetTreeNode(kDefaultTreeId)->child_index, 0);
-    EXPECT_EQ(root->num_children, 257);
-    EXPECT_EQ(root->child_edges.at(256).far_end, Sw("c257")->GetTreeNode(kDefaultTreeId));
-    EXPECT_EQ(root->linked_child_indices.size(), 256u);
-    EXPECT_EQ(root->linked_child_count, 1);  // 257 wraps in 8 bits
+    EXPECT_THAT(log.Messages(kLogLevelWarning),
+                ElementsAre("Children limit 300 of root GUID:0x1001 lowered to 256: a child "
+                            "index addresses no more children\n"));
+    EXPECT_EQ(root->num_children, 256);
+    EXPECT_EQ(Sw("c257")->GetTreeNode(kDefaultTreeId)->GetParent(), nullptr);
+    std::set<uint16_t> indices;
+    for (uint16_t i = 0; i < root->num_children; ++i) {
+        const TreeNode* child = root->child_edges.at(i).far_end;
+        EXPECT_EQ(child->child_index, i);
+        indices.insert(child->child_index);
+    }
+    EXPECT_EQ(indices.size(), 256u);
+}
+
+class LinkNodesLimitOf256Test : public LinkNodesTest {
+protected:
+    LinkNodesLimitOf256Test() : LinkNodesTest(257, 256, 300) {}
+};
+
+TEST_F(LinkNodesLimitOf256Test, ALimitTheIndexCanAddressIsKeptWithoutWarning) {
+    for (int i = 0; i <= 257; ++i) {
+        Give(i == 0 ? "root" : "c" + std::to_string(i));
+    }
+    LogCapture log(kLogLevelWarning);
+    for (int i = 1; i <= 256; ++i) {
+        ASSERT_EQ(Link("root", "c" + std::to_string(i)), 0u);
+    }
+
+    EXPECT_EQ(Link("root", "c257"), 1u);
+
+    EXPECT_TRUE(log.Messages(kLogLevelWarning).empty());
+    EXPECT_EQ(log.Messages(kLogLevelError).size(), 1u);
 }
 
 }  // namespace
