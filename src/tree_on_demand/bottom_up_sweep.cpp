@@ -49,6 +49,36 @@ DescendantGroup* ChooseBestGroup(const std::vector<DescendantGroup*>& candidates
     return best;
 }
 
+// Why the admission check turned a switch down, in the words of the fabric file.
+std::string DescribeRefusal(const AggNodeFabricInfo& node, const JobResource& job_resource) {
+    if (!node.IsValid()) {
+        return "not valid";
+    }
+    if (node.is_excluded) {
+        return "excluded";
+    }
+    if (node.mode == 1) {
+        return "in mode 1";
+    }
+    const bool lock_required = job_resource.IsLockRequired();
+    if (lock_required && job_resource.IsExclusiveLock() && !node.IsExclusiveLockAvailable()) {
+        return "its exclusive lock is not available";
+    }
+    if (lock_required && !node.IsLockAvailable()) {
+        return "its lock is not available";
+    }
+    zelta_quota quota{};
+    quota.units = job_resource.units;
+    quota.buffers = job_resource.buffers;
+    quota.groups = job_resource.groups;
+    quota.queue_pairs = job_resource.queue_pairs;
+    AggNodeInfo info;
+    if (!node.HasQuota(quota, job_resource.quota_mode, info)) {
+        return "not enough free resources for the job's quota";
+    }
+    return "it lacks the required capability";
+}
+
 // Whether an up-link can carry the job on its plane with the locks it asks for.
 bool IsUpLinkUsable(const AggPath& path, uint8_t plane, bool lock_required, bool exclusive_demand) {
     return path.is_usable && path.plane == plane &&
@@ -154,6 +184,9 @@ int OnDemandTreeCreator::QuasiFatTreeBFSBottomUp(
                 TREES_LOG(kLogLevelDebug,
                           "AggNode: %s is a leaf switch, cannot build quasi fat tree\n",
                           PortName(node).c_str());
+                job_sub_tree_info.error_text += "Leaf switch '" + node->name +
+                                                "' cannot serve the job (" +
+                                                DescribeRefusal(*node, job_resource) + ")\n";
                 return 1;
             }
             continue;
@@ -169,12 +202,16 @@ int OnDemandTreeCreator::QuasiFatTreeBFSBottomUp(
         if (candidates.empty()) {
             TREES_LOG(kLogLevelError, "Failed to create any combined group on node: %s\n",
                       PortName(node).c_str());
+            job_sub_tree_info.error_text +=
+                "Failed to create any combined group on node: " + PortName(node) + "\n";
             return 1;
         }
         DescendantGroup* best_group = ChooseBestGroup(candidates, job_sub_tree_info);
         if (best_group == nullptr) {
             TREES_LOG(kLogLevelError,
                       "Failed to find a descendant_group that meets job requirements\n");
+            job_sub_tree_info.error_text +=
+                "Failed to find a descendant_group that meets job requirements\n";
             return 1;
         }
         TREES_LOG(kLogLevelDebug, "best among combined groups DG_ID: %d\n",

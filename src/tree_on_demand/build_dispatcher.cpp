@@ -47,6 +47,9 @@ bool SeedLeaf(AggNodeFabricInfo* leaf, DfpIslandInfo& island, const JobResource&
     if (group.score.Update(*leaf_tree_node, true, kDefaultTreeId, job_sub_tree_info) != 0) {
         TREES_LOG_IN(kDispatcher, kLogLevelDebug, "Failed to use TreeNode on: %s\n",
                      leaf->port_info->GetName().c_str());
+        job_sub_tree_info.error_text += "Leaf switch '" + leaf->name +
+                                        "' cannot take one more tree (no free tree id, or not "
+                                        "enough free resources for the job's quota)\n";
         return false;
     }
     group.leaf_nodes.insert(leaf);

@@ -30,6 +30,7 @@
 #include "fabric_model/tree_node.h"
 #include "tree_on_demand/descendant_group.h"
 #include "tree_on_demand/dfp_records.h"
+#include "tree_on_demand/tree_check.h"
 
 // The job's host ports in the manager's order.
 using JobPortSet = std::set<const PortData*, PortDataSort>;
@@ -137,6 +138,11 @@ public:
     }
 
 private:
+    // The final check of a built tree: 0 when it holds, else 1 with the broken invariant
+    // in the record's error text, in the log and as the request's internal failure.
+    int RefuseBrokenTree(JobSubTreeInfo& job_sub_tree_info,
+                         const std::vector<JobLeafPort>& leaf_ports);
+
     std::vector<std::unique_ptr<TreeNode>> m_tree_nodes;
     RequestFailure m_last_failure;
 };

@@ -35,6 +35,9 @@ int OnDemandTreeCreator::UpdateQuasiFatTreeJobSubTreeInfo(JobSubTreeInfo& job_su
         if (rc != 0) {
             TREES_LOG(kLogLevelError, "Failed to update tree score with data of tree node: %s\n",
                       tree_node->ToString().c_str());
+            job_sub_tree_info.error_text +=
+                "Failed to update tree score with data of tree node: " + tree_node->ToString() +
+                "\n";
             return rc;
         }
 
@@ -65,6 +68,7 @@ int OnDemandTreeCreator::UpdateQuasiFatTreeJobSubTreeInfo(JobSubTreeInfo& job_su
     uint64_t tree_id = 0;
     if (!first_choice.FindFirstSet(tree_id) && !second_choice.FindFirstSet(tree_id)) {
         TREES_LOG(kLogLevelError, "Couldn't find any available tree id to use for the job\n");
+        job_sub_tree_info.error_text += "Couldn't find any available tree id to use for the job\n";
         return 1;
     }
 

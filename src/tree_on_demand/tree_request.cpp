@@ -2,9 +2,12 @@
 //
 // The ports are visited once in the manager's port order; each port costs one host
 // lookup and at most one new default tree node, so the entry itself is O(ports log
-// leaves).  Everything the build does after that is the dispatcher's.  Every exception
-// derived from std::exception that escapes the build becomes status 1 here, so the
-// manager sees a plain failure and a cleared record.
+// leaves).  Everything the build does after that is the dispatcher's.  A built tree is
+// checked once more before success is reported (linear in the tree, tree_check.h): a
+// tree that fails the check is never returned.  Every exception derived from
+// std::exception that escapes the build becomes status 1 here, so the manager sees a
+// plain failure and a cleared record; its text goes into the record's error text, so a
+// failed request always says why.
 #include <exception>
 #include <memory>
 #include <new>
@@ -12,7 +15,9 @@
 #include <vector>
 
 #include "fabric_model/fabric.h"
+#include "fabric_model/options.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
+#include "tree_on_demand/tree_check.h"
 #include "tree_on_demand/trees_log.h"
 
 namespace {
@@ -64,6 +69,20 @@ void LogJobSummary(const JobSubTreeInfo& job_sub_tree_info) {
 
 }  // namespace
 
+int OnDemandTreeCreator::RefuseBrokenTree(JobSubTreeInfo& job_sub_tree_info,
+                                          const std::vector<JobLeafPort>& leaf_ports) {
+    const std::string broken =
+        FindBrokenTreeInvariant(job_sub_tree_info, leaf_ports, g_option_info.max_tree_children);
+    if (broken.empty()) {
+        return 0;
+    }
+    TREES_LOG_IN("CreateTree", kLogLevelError, "Tree of job %s failed the final check: %s\n",
+                 job_sub_tree_info.job_id.ToString().c_str(), broken.c_str());
+    m_last_failure = {InternalFailure::kBrokenTree, "internal error: " + broken};
+    job_sub_tree_info.error_text += m_last_failure.text + "\n";
+    return 1;
+}
+
 int OnDemandTreeCreator::CreateTree(const JobPortSet& ports, const JobResource& job_resource,
                                     const ZeltaExtJobId& job_id, JobSubTreeInfo& job_sub_tree_info,
                                     JobSubTreeScore& score) {
@@ -80,16 +99,21 @@ int OnDemandTreeCreator::CreateTree(const JobPortSet& ports, const JobResource& 
     job_sub_tree_info.job_id = job_id;
 
     LeafSwitchOrderedSet leaves;
+    std::vector<JobLeafPort> leaf_ports;
     int status = 0;
     try {
         for (const PortData* port : ports) {
-            AggNodeFabricInfo* leaf =
-                g_fabric->GetSwitchThatIsConnectedToHost(HcaPortKey{port->port_guid, port->plane});
+            const HcaPortKey port_key{port->port_guid, port->plane};
+            AggNodeFabricInfo* leaf = g_fabric->GetSwitchThatIsConnectedToHost(port_key);
             if (leaf == nullptr) {
                 // Deliberately left as it is: the caller sees which leaves were reached.
+                job_sub_tree_info.error_text += "Port " + GuidToString(port->port_guid) +
+                                                " (plane " + std::to_string(port->plane) +
+                                                ") of the job is attached to no switch\n";
                 return 1;
             }
             leaves.insert(leaf);
+            leaf_ports.push_back({port_key, leaf});
             TreeNode* tree_node = FindDefaultTreeNode(*leaf);
             if (tree_node == nullptr) {
                 tree_node = MakeLeafTreeNode(*leaf, plane, m_tree_nodes);
@@ -101,6 +125,9 @@ int OnDemandTreeCreator::CreateTree(const JobPortSet& ports, const JobResource& 
         job_sub_tree_info.job_id = job_id;
         status = BuildDynamicQuasiFatTree(leaves, job_resource, job_sub_tree_info, score);
         LogJobSummary(job_sub_tree_info);
+        if (status == 0) {
+            status = RefuseBrokenTree(job_sub_tree_info, leaf_ports);
+        }
     } catch (const std::bad_alloc& exception) {
         TREES_LOG(kLogLevelError, "Exception caught: %s\n", exception.what());
         job_sub_tree_info.Clear(false);
@@ -109,10 +136,12 @@ int OnDemandTreeCreator::CreateTree(const JobPortSet& ports, const JobResource& 
         m_last_failure = {
             InternalFailure::kOutOfMemory,
             std::string("out of memory while building the tree (") + exception.what() + ")"};
+        job_sub_tree_info.error_text += m_last_failure.text + "\n";
         return 1;
     } catch (const std::exception& exception) {
         TREES_LOG(kLogLevelError, "Exception caught: %s\n", exception.what());
         job_sub_tree_info.Clear(false);
+        job_sub_tree_info.error_text += std::string("Exception caught: ") + exception.what() + "\n";
         return 1;
     }
     if (status != 0) {

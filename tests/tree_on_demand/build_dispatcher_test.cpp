@@ -308,7 +308,9 @@ TEST_F(FullLeafTest, LeafThatCannotTakeATreeStopsTheSeedingWithATrace) {
     EXPECT_EQ(DescendantGroup::s_id, 202);
     EXPECT_TRUE(log.Contains(kLogLevelDebug, "Failed to use TreeNode on: leaf-a GUID:0x1002\n"));
     EXPECT_THAT(log.Messages(kLogLevelError), IsEmpty());
-    EXPECT_THAT(info.error_text, IsEmpty());
+    EXPECT_EQ(info.error_text,
+              "Leaf switch 'leaf-a' cannot take one more tree (no free tree id, or not enough "
+              "free resources for the job's quota)\n");
 }
 
 class LeafOrderNoNodesTest : public DispatcherTest {

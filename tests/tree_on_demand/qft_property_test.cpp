@@ -177,7 +177,9 @@ std::vector<std::string> AnyJob(const RandomFabric& random) {
 
 struct Outcome {
     int status;
-    std::string invariants;  // "" for a proper tree; not checked on failure
+    std::string invariants;            // "" for a proper tree; not checked on failure
+    InternalFailure internal_failure;  // kNone unless the builder itself failed
+    std::string error_text;            // why the job was refused
 };
 
 Outcome Request(const RandomFabric& random, const std::vector<std::string>& job) {
@@ -185,7 +187,7 @@ Outcome Request(const RandomFabric& random, const std::vector<std::string>& job)
     OnDemandTreeCreator creator;
     LogCapture quiet(kLogLevelError);
     JobRun run = RunJob(creator, fabric, job);
-    Outcome outcome{run.status, ""};
+    Outcome outcome{run.status, "", creator.LastInternalFailure().kind, run.info.error_text};
     if (run.status == 0) {
         outcome.invariants = CheckTreeInvariants(run.info, fabric.fabric(), *run.ports,
                                                  g_option_info.max_tree_children);
@@ -198,6 +200,10 @@ RC_GTEST_PROP(QuasiFatTreeProperties, EveryReturnedTreeIsAProperTreeForTheJob, (
     const Outcome outcome = Request(random, AnyJob(random));
     RC_TAG(outcome.status == 0 ? "built" : "refused");
     RC_ASSERT(outcome.invariants == "");
+    // A tree that failed the builder's final check would come back as an internal failure.
+    RC_ASSERT(outcome.internal_failure == InternalFailure::kNone);
+    // A refused job says why.
+    RC_ASSERT(outcome.status == 0 || !outcome.error_text.empty());
 }
 
 RC_GTEST_PROP(QuasiFatTreeProperties, JobOnOneHealthyLeafIsAlwaysServed, ()) {

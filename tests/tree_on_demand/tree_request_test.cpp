@@ -112,6 +112,7 @@ TEST(TreeRequest, PortWithoutSwitchStopsTheRequestAndKeepsWhatWasMadeBeforeIt) {
 
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(log.Entries(), IsEmpty());
+    EXPECT_EQ(run.info.error_text, "Port 0x2002 (plane 7) of the job is attached to no switch\n");
     EXPECT_EQ(run.info.job_id, job_id);
     EXPECT_EQ(run.info.plane, 3);
     EXPECT_EQ(run.score.max_active_trees, 5u);  // never reset
@@ -143,6 +144,9 @@ TEST(TreeRequest, AssertionDeepInTheBuilderBecomesOneCaughtExceptionAndStatusOne
     EXPECT_EQ(log.Count(kLogLevelError,
                         "Exception caught: dynamic_cast<AggNodeFabricInfo *> failed on AggPath\n"),
               1u);
+    EXPECT_EQ(run.info.error_text,
+              "Exception caught: dynamic_cast<AggNodeFabricInfo *> failed on AggPath\n");
+    EXPECT_EQ(creator.LastInternalFailure().kind, InternalFailure::kNone);
     EXPECT_THAT(run.info.tree_nodes, IsEmpty());
     EXPECT_EQ(run.info.tree_nodes_count, 0u);
     EXPECT_EQ(run.info.root_node, nullptr);
@@ -181,7 +185,8 @@ TEST(TreeRequest, AssertionAfterPartOfTheTreeWasLinkedLeavesTheRecordCleared) {
     EXPECT_THAT(run.info.tree_nodes, IsEmpty());
     EXPECT_EQ(run.info.tree_nodes_count, 0u);
     EXPECT_EQ(run.info.root_node, nullptr);
-    EXPECT_THAT(run.info.error_text, IsEmpty());
+    // The job's owner reads what the log says.
+    EXPECT_EQ(run.info.error_text, "Exception caught: " + message + "\n");
     // The summary belongs to a build that returned; this one threw.
     EXPECT_FALSE(log.ContainsFragment(kLogLevelDebug, "job id: "));
 }
@@ -209,6 +214,7 @@ TEST(TreeRequest, FailedAllocationOfALeafTreeNodeIsLoggedAndFailsTheRequest) {
     EXPECT_EQ(fabric.Switch("leaf-2")->GetTreeNode(kDefaultTreeId), nullptr);
     EXPECT_EQ(creator.LastInternalFailure().kind, InternalFailure::kOutOfMemory);
     EXPECT_THAT(creator.LastInternalFailure().text, HasSubstr("out of memory"));
+    EXPECT_EQ(run.info.error_text, creator.LastInternalFailure().text + "\n");
 }
 
 TEST(TreeRequest, TheRequestAfterAnAllocationFailureIsServedAndReportsNoFailure) {
