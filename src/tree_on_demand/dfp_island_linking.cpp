@@ -1,11 +1,17 @@
-// Island graph linking: turns the chosen path of island roots into one Dragonfly+ job
-// tree.  Each chosen root gets its island's subtree linked under it, the chosen roots
-// are joined to one another, and the centre of their graph becomes the tree's root.
+// Island graph linking: turns the chosen island roots into one Dragonfly+ job tree.
+// Each chosen root gets its island's subtree linked under it, the chosen roots are
+// joined to one another, and the centre of their graph becomes the tree's root.
 //
 // Order of visit: island subtrees in the chosen set's order; then a breadth-first walk
-// from the search's max-degree node builds the spanning tree of the chosen roots whose
+// from the search's start node builds the spanning tree of the chosen roots whose
 // centre is taken; then a second breadth-first walk from that centre links each chosen
 // root under the first processed root that lists it as a sibling.
+//
+// Every chosen switch gets exactly one parent: an island subtree never links a chosen
+// switch under itself (a relay is linked by the root links instead, and the subtree
+// goes on below it), and a chosen switch without a default tree node gets one.  The
+// result is a tree whenever the chosen set is connected: every switch climbs through
+// its subtree to a chosen switch, and the chosen switches climb the root links.
 //
 // Cost: the island subtrees cost what the top-down linking costs; the two walks are
 // linear in the chosen roots and their sibling sets.
@@ -25,6 +31,28 @@ AggNodeFabricInfo* AsFabricInfo(const AggNode* node) {
     return const_cast<AggNodeFabricInfo*>(dynamic_cast<const AggNodeFabricInfo*>(node));
 }
 
+// The island each chosen root heads: the first of an island's roots in the chosen
+// set's order.  A second root of an entered island relays between two other islands
+// and is no leaf that validation could prune; a second subtree would give the island's
+// leaves two parents, so it is linked as a relay only, like any chosen switch that is
+// not a root of its island.
+std::unordered_map<const AggNode*, DfpIslandInfo*> FindIslandHeads(
+    const DfpIslandMap& map_island_info, const AggNodeSet& path_nodes) {
+    std::unordered_map<const AggNode*, DfpIslandInfo*> heads;
+    std::unordered_set<uint16_t> headed_islands;
+    for (const AggNode* node : path_nodes) {
+        auto island_iter = map_island_info.find(GetAggNodeIslandId(node));
+        if (island_iter == map_island_info.end() ||
+            island_iter->second->island_roots.count(node) == 0 ||
+            headed_islands.count(island_iter->first) != 0) {
+            continue;
+        }
+        heads.emplace(node, island_iter->second.get());
+        headed_islands.insert(island_iter->first);
+    }
+    return heads;
+}
+
 }  // namespace
 
 uint32_t OnDemandTreeCreator::DfpLinkIslandGraphs(const DfpIslandMap& map_island_info,
@@ -42,38 +70,46 @@ uint32_t OnDemandTreeCreator::DfpLinkIslandGraphs(const DfpIslandMap& map_island
     }
 
     // Island subtrees.  Transit roots (no job island) and roots the sweep never rated
-    // carry no subtree.  Each island hangs under one root only: the search may keep a
-    // second root of an entered island inside the path (it relays between two other
-    // islands and is no leaf that validation could prune), and a second subtree would
-    // give the island's leaves two parents.  Such a root, like any other chosen node of
-    // a job island that is not one of its roots, is linked as a relay only.
-    std::unordered_set<uint16_t> linked_islands;
+    // carry no subtree; each island hangs under the root that heads it.  Every other
+    // chosen switch is a relay: the root links give it its parent, so a subtree that
+    // passes through it does not link it under itself.
+    const std::unordered_map<const AggNode*, DfpIslandInfo*> heads =
+        FindIslandHeads(map_island_info, path_nodes);
+    AggNodeSet relays;
     for (const AggNode* node : path_nodes) {
-        auto island_iter = map_island_info.find(GetAggNodeIslandId(node));
-        if (island_iter == map_island_info.end()) {
-            continue;
+        if (heads.count(node) == 0) {
+            relays.insert(node);
         }
-        if (island_iter->second->island_roots.count(node) == 0 ||
-            linked_islands.count(island_iter->first) != 0) {
+    }
+    for (const AggNode* node : path_nodes) {
+        auto head_iter = heads.find(node);
+        if (head_iter == heads.end()) {
             continue;
         }
         AggNodeFabricInfo* p_fabric_info = AsFabricInfo(node);
         TREES_ASSERT(p_fabric_info, "Failed downcasting AggNode* for node: %s",
                      node->port_info->GetName().c_str());
         QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info =
-            island_iter->second->agg_node_to_quasi_fat_tree_info;
+            head_iter->second->agg_node_to_quasi_fat_tree_info;
         auto qft_iter = agg_node_to_quasi_fat_tree_info.find(p_fabric_info);
         if (qft_iter == agg_node_to_quasi_fat_tree_info.end()) {
             continue;
         }
-        status = QuasiFatTreeBFSUpBottom(job_resource, qft_iter->second.get(), job_sub_tree_info,
-                                         agg_node_to_quasi_fat_tree_info, score, nodes_in_tree);
+        const size_t listed = job_sub_tree_info.tree_nodes.size();
+        status =
+            QuasiFatTreeBFSUpBottom(job_resource, qft_iter->second.get(), job_sub_tree_info,
+                                    agg_node_to_quasi_fat_tree_info, score, nodes_in_tree, &relays);
         if (status != 0) {
             job_sub_tree_info.error_text +=
                 "Failed to build a tree based on the selected root '" + node->name + "'\n";
             return status;
         }
-        linked_islands.insert(island_iter->first);
+        // A root that serves its island alone is listed without entering the tree's
+        // set; entered now, its root link does not list it a second time.
+        if (job_sub_tree_info.tree_nodes.size() == listed + 1 &&
+            job_sub_tree_info.tree_nodes.back() == p_fabric_info->GetTreeNode(kDefaultTreeId)) {
+            nodes_in_tree.insert(p_fabric_info);
+        }
     }
 
     // Root graph: the breadth-first spanning tree of the chosen roots.  A node may stand
@@ -143,7 +179,7 @@ uint32_t OnDemandTreeCreator::DfpLinkIslandGraphs(const DfpIslandMap& map_island
     return 0;
 }
 
-uint32_t OnDemandTreeCreator::LinkDFPRootNodes(const DfpIslandMap& map_island_info,
+uint32_t OnDemandTreeCreator::LinkDFPRootNodes(const DfpIslandMap& /*map_island_info*/,
                                                AggNodeFabricInfo* p_parent_node,
                                                AggNodeFabricInfo* p_child_node,
                                                JobSubTreeInfo& job_sub_tree_info,
@@ -152,11 +188,9 @@ uint32_t OnDemandTreeCreator::LinkDFPRootNodes(const DfpIslandMap& map_island_in
     TREES_ASSERT(p_child_node, "p_child_node==null; propapbly downcast failure");
 
     // A transit root lies in no island of the job, so no sweep gave it a default tree
-    // node; it gets one on first use.
+    // node; it gets one on first use.  So does a relay of a job island that the
+    // island's sweep never reached (a spine above none of the job's leaves).
     for (AggNodeFabricInfo* node : {p_parent_node, p_child_node}) {
-        if (map_island_info.count(GetAggNodeIslandId(node)) != 0) {
-            continue;
-        }
         if (node->GetTreeNode(kDefaultTreeId) != nullptr) {
             continue;
         }

@@ -92,18 +92,22 @@ public:
                                    const QuasiFatTreeAnInfo& quasi_fat_tree_info,
                                    DescendantGroupList& groups);
 
-    // Links the chosen root down to every leaf, level by level.
+    // Links the chosen root down to every leaf, level by level.  A switch of `relays`
+    // (Dragonfly+: linked to its parent by the root links) is not linked under its route
+    // parent, but the walk goes on below it.
     uint32_t QuasiFatTreeBFSUpBottom(const JobResource& job_resource,
                                      QuasiFatTreeAnInfo* root_quasi_an_info,
                                      JobSubTreeInfo& job_sub_tree_info,
                                      QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info,
-                                     JobSubTreeScore& score, NodesInTreeSet& nodes_in_tree);
+                                     JobSubTreeScore& score, NodesInTreeSet& nodes_in_tree,
+                                     const AggNodeSet* relays = nullptr);
 
-    // Links the routes of one level, best score first.
+    // Links the routes of one level, best score first (relays as above).
     uint32_t QuasiFatTreeSelectBestRoute(LeavesRouteMap& leaves_route,
                                          JobSubTreeInfo& job_sub_tree_info,
                                          QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info,
-                                         TreeLevelMap& next_level, NodesInTreeSet& nodes_in_tree);
+                                         TreeLevelMap& next_level, NodesInTreeSet& nodes_in_tree,
+                                         const AggNodeSet* relays = nullptr);
 
     // Makes one parent-child edge between two default tree nodes.
     uint32_t LinkNodes(const AggNodeFabricInfo* parent, const AggNodeFabricInfo* child,

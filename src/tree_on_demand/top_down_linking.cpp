@@ -6,8 +6,10 @@
 // of the best-scoring parent is kept, the first found on ties.  The routes are then
 // linked best score first, and linking a child drops every other route to the leaves
 // that child's own best group covers, so each leaf is reached through one child per
-// level.  A level costs O(routes x leaves): the best route is found by a linear scan
-// for every link made.
+// level.  In a Dragonfly+ tree a chosen relay switch met as a child is not linked here
+// (the links between islands give it its parent) but is walked below like any child.
+// A level costs O(routes x leaves): the best route is found by a linear scan for every
+// link made.
 #include <utility>
 
 #include "tree_on_demand/on_demand_tree_creator.h"
@@ -83,7 +85,7 @@ uint32_t LinkSingleSwitchTree(const QuasiFatTreeAnInfo* root_quasi_an_info,
 uint32_t OnDemandTreeCreator::QuasiFatTreeBFSUpBottom(
     const JobResource& job_resource, QuasiFatTreeAnInfo* root_quasi_an_info,
     JobSubTreeInfo& job_sub_tree_info, QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info,
-    JobSubTreeScore& score, NodesInTreeSet& nodes_in_tree) {
+    JobSubTreeScore& score, NodesInTreeSet& nodes_in_tree, const AggNodeSet* relays) {
     score.Reset(job_resource, ZELTA_RESOURCE_PRIORITY_LOAD_BALANCE);
     AggNodeFabricInfo* root = root_quasi_an_info->node;
     TreeLevelMap current_level{{root, root_quasi_an_info}};
@@ -101,9 +103,9 @@ uint32_t OnDemandTreeCreator::QuasiFatTreeBFSUpBottom(
                       static_cast<unsigned>(linked_route_count));
             break;
         }
-        const uint32_t status =
-            QuasiFatTreeSelectBestRoute(leaves_route, job_sub_tree_info,
-                                        agg_node_to_quasi_fat_tree_info, next_level, nodes_in_tree);
+        const uint32_t status = QuasiFatTreeSelectBestRoute(leaves_route, job_sub_tree_info,
+                                                            agg_node_to_quasi_fat_tree_info,
+                                                            next_level, nodes_in_tree, relays);
         if (status != 0) {
             TREES_LOG(kLogLevelError, "Failed to find best route in quasi fat tree algorithm\n");
             return status;
@@ -120,14 +122,20 @@ uint32_t OnDemandTreeCreator::QuasiFatTreeBFSUpBottom(
 uint32_t OnDemandTreeCreator::QuasiFatTreeSelectBestRoute(
     LeavesRouteMap& leaves_route, JobSubTreeInfo& job_sub_tree_info,
     QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info, TreeLevelMap& next_level,
-    NodesInTreeSet& nodes_in_tree) {
+    NodesInTreeSet& nodes_in_tree, const AggNodeSet* relays) {
     while (!leaves_route.empty()) {
         auto best = FindBestRoute(leaves_route, job_sub_tree_info);
         const BestRouteInfo route = best->second;
-        const uint32_t status =
-            LinkNodes(route.parent_node, route.child_node, job_sub_tree_info, nodes_in_tree);
-        if (status != 0) {
-            return status;
+        if (relays != nullptr && relays->count(route.child_node) != 0) {
+            // Its parent comes from the links between islands: one parent only.
+            TREES_LOG(kLogLevelDebug, "Relay %s is not linked under %s\n",
+                      route.child_node->name.c_str(), route.parent_node->name.c_str());
+        } else {
+            const uint32_t status =
+                LinkNodes(route.parent_node, route.child_node, job_sub_tree_info, nodes_in_tree);
+            if (status != 0) {
+                return status;
+            }
         }
         leaves_route.erase(best);
 

@@ -360,16 +360,22 @@ TEST_F(DfpIslandLinking, NullChildIsABrokenInvariant) {
                                        "propapbly downcast failure"});
 }
 
-TEST_F(DfpIslandLinking, JobIslandRootIsNotGivenATreeNodeByTheRootLinking) {
-    // A root of a job island must already have one; LinkNodes reports its absence.
+TEST_F(DfpIslandLinking, SwitchOfAJobIslandThatTheSweepNeverReachedGetsATreeNode) {
+    // A switch of a job island that relays between two others may lie above none of the
+    // job's leaves there; it is linked like a transit switch.
     Install(Base());
     AddIsland(1, "ra");
     GiveDefaultTreeNodes({"x"});
-    LogCapture log;
-    EXPECT_THROW(creator.LinkDFPRootNodes(islands, N("x"), N("ra"), job, nodes_in_tree),
-                 AMAssertException);
-    EXPECT_EQ(N("ra")->GetTreeNode(kDefaultTreeId), nullptr);
-    EXPECT_TRUE(creator.GetCreatedTreeNodes().empty());
+    LogCapture log(kLogLevelError);
+
+    ASSERT_EQ(creator.LinkDFPRootNodes(islands, N("x"), N("ra"), job, nodes_in_tree), 0u);
+
+    const TreeNode* made = N("ra")->GetTreeNode(kDefaultTreeId);
+    ASSERT_NE(made, nullptr);
+    ASSERT_EQ(creator.GetCreatedTreeNodes().size(), 1u);
+    EXPECT_EQ(creator.GetCreatedTreeNodes().front().get(), made);
+    EXPECT_EQ(made->GetParent(), N("x")->GetTreeNode(kDefaultTreeId));
+    EXPECT_TRUE(log.Messages(kLogLevelError).empty());
 }
 
 TEST_F(DfpIslandLinking, NewTransitTreeNodeTakesTheJobPlane) {
