@@ -2,6 +2,10 @@
 // Each chosen root gets its island's subtree linked under it, the chosen roots are
 // joined to one another, and the centre of their graph becomes the tree's root.
 //
+// The chosen set comes from the path search; when that finds no path (or stops on a
+// root without usable links, or crosses a transit switch that cannot take the tree),
+// from the fallback search, unless the options turn it off.
+//
 // Order of visit: island subtrees in the chosen set's order; then a breadth-first walk
 // from the search's start node builds the spanning tree of the chosen roots whose
 // centre is taken; then a second breadth-first walk from that centre links each chosen
@@ -19,6 +23,7 @@
 #include <queue>
 #include <unordered_set>
 
+#include "fabric_model/options.h"
 #include "fabric_model/tree_node.h"
 #include "tree_on_demand/on_demand_tree_creator.h"
 #include "tree_on_demand/trees_log.h"
@@ -29,6 +34,37 @@ namespace {
 // nodes.  Null when the node is not a switch.
 AggNodeFabricInfo* AsFabricInfo(const AggNode* node) {
     return const_cast<AggNodeFabricInfo*>(dynamic_cast<const AggNodeFabricInfo*>(node));
+}
+
+bool IsJobIslandRoot(const DfpIslandMap& map_island_info, const AggNode* node) {
+    auto island_iter = map_island_info.find(GetAggNodeIslandId(node));
+    return island_iter != map_island_info.end() &&
+           island_iter->second->island_roots.count(node) != 0;
+}
+
+// A chosen transit switch that the final score would refuse: no free tree id, or not
+// the resources of the job's quota.
+const AggNode* FindTransitThatCannotTakeTheTree(const DfpIslandMap& map_island_info,
+                                                const AggNodeSet& path_nodes,
+                                                const JobResource& job_resource) {
+    zelta_quota quota{};
+    quota.units = job_resource.units;
+    quota.buffers = job_resource.buffers;
+    quota.groups = job_resource.groups;
+    quota.queue_pairs = job_resource.queue_pairs;
+    for (const AggNode* node : path_nodes) {
+        if (IsJobIslandRoot(map_island_info, node)) {
+            continue;
+        }
+        const AggNodeFabricInfo* fabric_info = AsFabricInfo(node);
+        AggNodeInfo info;
+        if (fabric_info != nullptr &&
+            (!fabric_info->HasFreeTreeId() ||
+             !fabric_info->HasQuota(quota, job_resource.quota_mode, info))) {
+            return node;
+        }
+    }
+    return nullptr;
 }
 
 // The island each chosen root heads: the first of an island's roots in the chosen
@@ -55,6 +91,46 @@ std::unordered_map<const AggNode*, DfpIslandInfo*> FindIslandHeads(
 
 }  // namespace
 
+uint32_t OnDemandTreeCreator::DfpChooseRootNodes(const DfpIslandMap& map_island_info,
+                                                 const JobResource& job_resource,
+                                                 JobSubTreeInfo& job_sub_tree_info,
+                                                 AggNodeSet& path_nodes,
+                                                 NodeSiblingsMap& map_node_to_siblings,
+                                                 const AggNode*& p_start_node) {
+    if (!g_option_info.dfp_fallback_search) {
+        return DfpFindPathThruIslands(map_island_info, job_resource, job_sub_tree_info, path_nodes,
+                                      map_node_to_siblings, p_start_node);
+    }
+    uint32_t status = 1;
+    try {
+        status = DfpFindPathThruIslands(map_island_info, job_resource, job_sub_tree_info,
+                                        path_nodes, map_node_to_siblings, p_start_node);
+    } catch (const AMAssertException& exception) {
+        // Logged where it was raised; the search found no path.
+        TREES_LOG(kLogLevelDebug, "DfpLinkIslandGraphs path search stopped: %s\n",
+                  exception.what());
+    }
+    const AggNode* refused = nullptr;
+    if (status == 0) {
+        refused = FindTransitThatCannotTakeTheTree(map_island_info, path_nodes, job_resource);
+        if (refused == nullptr) {
+            return 0;
+        }
+        TREES_LOG(kLogLevelDebug,
+                  "DfpLinkIslandGraphs transit %s of the path cannot take one more tree\n",
+                  refused->name.c_str());
+    }
+    status = DfpFallbackSearch(map_island_info, job_resource, path_nodes, map_node_to_siblings,
+                               p_start_node);
+    if (status != 0 && refused != nullptr) {
+        TREES_LOG(kLogLevelWarning,
+                  "DfpLinkIslandGraphs transit %s of the path cannot take one more tree, and no "
+                  "other switches join the job's islands\n",
+                  refused->name.c_str());
+    }
+    return status;
+}
+
 uint32_t OnDemandTreeCreator::DfpLinkIslandGraphs(const DfpIslandMap& map_island_info,
                                                   const JobResource& job_resource,
                                                   JobSubTreeInfo& job_sub_tree_info,
@@ -63,8 +139,8 @@ uint32_t OnDemandTreeCreator::DfpLinkIslandGraphs(const DfpIslandMap& map_island
     AggNodeSet path_nodes;
     NodeSiblingsMap map_node_to_siblings;
     const AggNode* p_start_node = nullptr;
-    uint32_t status = DfpFindPathThruIslands(map_island_info, job_resource, job_sub_tree_info,
-                                             path_nodes, map_node_to_siblings, p_start_node);
+    uint32_t status = DfpChooseRootNodes(map_island_info, job_resource, job_sub_tree_info,
+                                         path_nodes, map_node_to_siblings, p_start_node);
     if (status != 0) {
         return status;
     }

@@ -123,12 +123,26 @@ public:
                               AggNodeFabricInfo* p_child_node, JobSubTreeInfo& job_sub_tree_info,
                               NodesInTreeSet& nodes_in_tree);
 
+    // The island roots to join: the path search's, or the fallback search's when the
+    // path search finds none (unless the options turn the fallback off).
+    uint32_t DfpChooseRootNodes(const DfpIslandMap& map_island_info,
+                                const JobResource& job_resource, JobSubTreeInfo& job_sub_tree_info,
+                                AggNodeSet& path_nodes, NodeSiblingsMap& map_node_to_siblings,
+                                const AggNode*& p_start_node);
+
     // Depth-first search for the best path of island roots joining all job islands.
     uint32_t DfpFindPathThruIslands(const DfpIslandMap& map_island_info,
                                     const JobResource& job_resource,
                                     JobSubTreeInfo& job_sub_tree_info, AggNodeSet& path_nodes,
                                     NodeSiblingsMap& map_node_to_siblings,
                                     const AggNode*& p_start_node);
+
+    // When the path search finds no path: the fewest transit switches (then the fewest
+    // switches found) that join a root of every job island within the childless limit.
+    // Fills the same outputs as the path search; 0 when such a set exists.
+    uint32_t DfpFallbackSearch(const DfpIslandMap& map_island_info, const JobResource& job_resource,
+                               AggNodeSet& path_nodes, NodeSiblingsMap& map_node_to_siblings,
+                               const AggNode*& p_start_node);
 
     // Centre of an undirected tree (null when empty, disconnected or cyclic).
     const AggNode* FindTreeCenter(const NodeSiblingsMap& map_node_to_adjacents) const;
