@@ -19,6 +19,7 @@ struct BuildOptions {
     FabricSource fabric;
     JobSource job;
     bool json = false;
+    bool no_dfp_fallback = false;
     std::string dot_file;
     std::string svg_file;
     std::string png_file;
@@ -63,6 +64,9 @@ int RunBuild(const BuildOptions& options) {
     for (const std::string& warning : warnings) {
         log.Warn(options.fabric.path + ": " + warning);
     }
+    if (options.no_dfp_fallback) {
+        description.options.dfp_fallback_search = false;
+    }
     std::unique_ptr<Fabric> fabric = MakeFabric(description, options.fabric.path);
     InstalledFabricScope installed(*fabric);
     TreeRun run;
@@ -97,7 +101,7 @@ void AddBuildCommand(CLI::App& app, int& exit_status) {
     CLI::App* build = app.add_subcommand(
         "build",
         "Build one job's aggregation tree on a fabric and show it (exit 0 built, 1 the job "
-        "cannot be served, 2 bad input)");
+        "cannot be served, 2 bad input, 3 internal failure)");
     build->add_option("--fabric", options->fabric.path, "Fabric file (JSON) or ibnetdiscover dump")
         ->type_name("FILE")
         ->required();
@@ -124,6 +128,9 @@ void AddBuildCommand(CLI::App& app, int& exit_status) {
                      "default_0")
         ->type_name("PREFIX_NUMBER");
     build->add_flag("--json", options->json, "Print the result as one JSON object");
+    build->add_flag("--no-dfp-fallback", options->no_dfp_fallback,
+                    "Dragonfly+: keep to the path search alone, without the fallback search "
+                    "when it finds no path (as the fabric option dfp_fallback_search: false)");
     build->add_option("--dot", options->dot_file, "Write the tree as a Graphviz dot file")
         ->type_name("FILE");
     build->add_option("--svg", options->svg_file, "Render the tree to SVG (needs Graphviz dot)")

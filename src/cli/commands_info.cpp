@@ -125,7 +125,8 @@ std::string RenderText(const std::string& path, const FabricDescription& fabric,
     }
     out << "  tree ids 0.." << fabric.max_tree_id << "; max_tree_children "
         << fabric.options.max_tree_children << ", max_childless_islands "
-        << unsigned{fabric.options.max_childless_islands} << "\n\n";
+        << unsigned{fabric.options.max_childless_islands}
+        << (fabric.options.dfp_fallback_search ? "" : ", Dragonfly+ fallback search off") << "\n\n";
 
     out << "Switches by island and rank:\n  " << std::left << std::setw(12) << "island";
     for (int rank : s.ranks) {
@@ -205,6 +206,9 @@ Json RenderJson(const std::string& path, const FabricDescription& fabric, const 
     info["max_tree_id"] = fabric.max_tree_id;
     info["options"] = {{"max_tree_children", fabric.options.max_tree_children},
                        {"max_childless_islands", fabric.options.max_childless_islands}};
+    if (!fabric.options.dfp_fallback_search) {
+        info["options"]["dfp_fallback_search"] = false;
+    }
     Json unavailable = Json::array();
     for (const auto& [name, reasons] : s.unavailable) {
         unavailable.push_back({{"switch", name}, {"reasons", reasons}});

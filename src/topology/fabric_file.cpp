@@ -725,11 +725,14 @@ FabricDescription ParseFabricJson(std::string_view text, const std::string& file
     }
     if (const json* options = reader.Optional(document, "options")) {
         reader.ExpectObject(*options, "/options");
-        reader.CheckKeys(*options, "/options", {"max_tree_children", "max_childless_islands"});
+        reader.CheckKeys(*options, "/options",
+                         {"max_tree_children", "max_childless_islands", "dfp_fallback_search"});
         reader.ReadUnsigned(*options, "/options", "max_tree_children",
                             description.options.max_tree_children);
         reader.ReadUnsigned(*options, "/options", "max_childless_islands",
                             description.options.max_childless_islands);
+        reader.ReadBool(*options, "/options", "dfp_fallback_search",
+                        description.options.dfp_fallback_search);
     }
 
     // Switches.
@@ -859,6 +862,10 @@ std::string WriteFabricJson(const FabricDescription& description) {
     out["sat_tree_ids"] = description.sat_tree_ids;
     out["options"] = {{"max_tree_children", description.options.max_tree_children},
                       {"max_childless_islands", description.options.max_childless_islands}};
+    if (!description.options.dfp_fallback_search) {
+        // Written only when turned off, so fabrics that keep the default read as before.
+        out["options"]["dfp_fallback_search"] = false;
+    }
     if (!description.roots.empty()) {
         out["roots"] = JsonArray(description.roots, name_of);
     }

@@ -20,6 +20,7 @@ inline std::string DescriptionDifferences(const FabricDescription& x, const Fabr
     check(x.options.max_tree_children == y.options.max_tree_children, "max_tree_children");
     check(x.options.max_childless_islands == y.options.max_childless_islands,
           "max_childless_islands");
+    check(x.options.dfp_fallback_search == y.options.dfp_fallback_search, "dfp_fallback_search");
     check(x.roots == y.roots, "roots");
     check(x.switches.size() == y.switches.size(), "number of switches");
     for (size_t i = 0; i < x.switches.size() && i < y.switches.size(); ++i) {

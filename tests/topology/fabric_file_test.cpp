@@ -73,6 +73,7 @@ TEST(FabricFile, MinimalFileTakesEveryDefault) {
     EXPECT_THAT(d.sat_tree_ids, IsEmpty());
     EXPECT_EQ(d.options.max_tree_children, 64);
     EXPECT_EQ(d.options.max_childless_islands, 1);
+    EXPECT_TRUE(d.options.dfp_fallback_search);
     EXPECT_THAT(d.job_tree_ids, IsEmpty());
     EXPECT_THAT(d.roots, IsEmpty());
     ASSERT_EQ(d.switches.size(), 1u);
@@ -461,6 +462,26 @@ TEST(FabricFile, WrittenFileReadsBackEqual) {
     EXPECT_EQ(written["links"][0].size(), 9u);
     EXPECT_EQ(written["hosts"][0].size(), 4u);
     EXPECT_EQ(written["switches"][1]["guid"], "0xabcdef");
+}
+
+TEST(FabricFile, FallbackSearchTurnedOffIsReadAndWrittenBack) {
+    const FabricDescription d = ParseFabricJson(R"({
+        "aggtree_fabric": 1, "options": { "dfp_fallback_search": false },
+        "switches": [ { "guid": "0x1001", "name": "leaf-1" } ],
+        "links": [],
+        "hosts": [ { "guid": "0x2001", "switch": "leaf-1" } ] })",
+                                                "off.json");
+    EXPECT_FALSE(d.options.dfp_fallback_search);
+    EXPECT_EQ(d.options.max_childless_islands, 1);
+    const nlohmann::json written = nlohmann::json::parse(WriteFabricJson(d));
+    EXPECT_EQ(written["options"]["dfp_fallback_search"], false);
+    EXPECT_FALSE(ParseFabricJson(written.dump(), "written.json").options.dfp_fallback_search);
+}
+
+TEST(FabricFile, FallbackSearchLeftOnIsNotWritten) {
+    const FabricDescription d = ParseFabricJson(kEveryKey, "every.json");
+    const nlohmann::json written = nlohmann::json::parse(WriteFabricJson(d));
+    EXPECT_FALSE(written["options"].contains("dfp_fallback_search"));
 }
 
 TEST(FabricFile, WritingLeavesOutRanksThatAreNotKnown) {
