@@ -10,7 +10,6 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <queue>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <unordered_map>
@@ -110,6 +109,35 @@ std::string ReadTextFile(const std::string& path) {
         throw InputError(path, "", "cannot read the file");
     }
     return content.str();
+}
+
+std::string JsonErrorLocation(std::string_view text, size_t chars_read) {
+    const size_t in_text = std::min(chars_read, text.size());
+    size_t line = 1;
+    size_t line_start = 0;
+    for (size_t i = 0; i < in_text; ++i) {
+        if (text[i] == '\n') {
+            ++line;
+            line_start = i + 1;
+        }
+    }
+    const size_t column = chars_read - line_start;
+    return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+std::string JsonErrorProblem(std::string_view what) {
+    // "[json.exception.parse_error.101] parse error at line 1, column 5: <problem>"
+    size_t column = what.find(", column ");
+    size_t colon = what.find(": ", column == std::string_view::npos ? 0 : column);
+    std::string_view problem = colon == std::string_view::npos ? what : what.substr(colon + 2);
+    constexpr std::string_view kLastRead = "; last read: '";
+    constexpr size_t kShownToken = 40;
+    size_t last_read = problem.find(kLastRead);
+    if (last_read != std::string_view::npos &&
+        problem.size() - last_read - kLastRead.size() > kShownToken + 1) {
+        return std::string(problem.substr(0, last_read + kLastRead.size() + kShownToken)) + "...'";
+    }
+    return std::string(problem);
 }
 
 void InferRanksLocated(FabricDescription& description, const std::string& file_name,
@@ -378,15 +406,8 @@ json ParseJsonText(std::string_view text, const std::string& file_name) {
     try {
         document = json::parse(text);
     } catch (const json::parse_error& error) {
-        static const std::regex kPosition(R"(at line (\d+), column (\d+): (.*)$)");
-        std::cmatch match;
-        const char* what = error.what();
-        if (std::regex_search(what, match, kPosition)) {
-            throw InputError(file_name, "line " + match[1].str() + ", column " + match[2].str(),
-                             "malformed JSON: " + match[3].str());
-        }
-        throw InputError(file_name, "byte " + std::to_string(error.byte),
-                         std::string("malformed JSON: ") + what);
+        throw InputError(file_name, internal::JsonErrorLocation(text, error.byte),
+                         "malformed JSON: " + internal::JsonErrorProblem(error.what()));
     }
     DuplicateKeyFinder finder;
     json::sax_parse(text, &finder);

@@ -478,7 +478,10 @@ std::string Importer::NodeName(const Node& node) const {
 
 void Importer::Resolve() {
     // Nodes known only from the far end of a cable: Cas, from the switch's port line.
+    // They join m_nodes after the walk, which reads the port lines in place: growing
+    // m_nodes under it would move the map being walked.
     const size_t recorded = m_nodes.size();
+    std::vector<Node> synthesized;
     for (size_t n = 0; n < recorded; ++n) {
         for (const auto& [port, line] : m_nodes[n].port_lines) {
             if (m_node_by_key.count(line.remote_key) != 0) {
@@ -498,14 +501,18 @@ void Importer::Resolve() {
                 node.description = line.remote_description;
                 node.line = line.line;
                 node.synthesized = true;
-                m_node_by_key.emplace(node.key, m_nodes.size());
-                m_nodes.push_back(std::move(node));
+                m_node_by_key.emplace(node.key, recorded + synthesized.size());
+                synthesized.push_back(std::move(node));
                 continue;
             }
             Fail(line.line, "port " + std::to_string(port) + " leads to \"" + line.remote_text +
                                 "\", which has no record in the file");
         }
     }
+    for (Node& node : synthesized) {
+        m_nodes.push_back(std::move(node));
+    }
+    m_current = nullptr;
     // GUIDs for nodes of net files.
     std::unordered_map<uint64_t, size_t> by_guid;
     for (size_t n = 0; n < m_nodes.size(); ++n) {

@@ -11,6 +11,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "topology/topology_internal.h"
+
 namespace aggtree {
 
 namespace {
@@ -56,35 +58,14 @@ private:
         try {
             return Json::parse(text.begin(), text.end());
         } catch (const Json::parse_error& error) {
-            throw InputError(m_file, LineAndColumn(text, error.byte),
+            throw InputError(m_file, internal::JsonErrorLocation(text, error.byte),
                              "malformed JSON: " + ParseProblem(error.what()));
         }
     }
 
-    // "line N, column M" of the byte the parser stopped at (1-based, as the parser counts).
-    static std::string LineAndColumn(std::string_view text, size_t byte) {
-        size_t end = byte == 0 ? 0 : std::min(byte - 1, text.size());
-        size_t line = 1;
-        size_t column = 1;
-        for (size_t i = 0; i < end; ++i) {
-            if (text[i] == '\n') {
-                ++line;
-                column = 1;
-            } else {
-                ++column;
-            }
-        }
-        return "line " + std::to_string(line) + ", column " + std::to_string(column);
-    }
-
-    // The parser's own words without its exception tag and position.
+    // The parser's own words, without the prefix every value error shares.
     static std::string ParseProblem(const std::string& what) {
-        std::string problem = what;
-        size_t column = problem.find(", column ");
-        size_t colon = problem.find(": ", column == std::string::npos ? 0 : column);
-        if (colon != std::string::npos) {
-            problem = problem.substr(colon + 2);
-        }
+        std::string problem = internal::JsonErrorProblem(what);
         const std::string syntax = "syntax error while parsing value - ";
         if (problem.rfind(syntax, 0) == 0) {
             problem = problem.substr(syntax.size());

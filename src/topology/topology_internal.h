@@ -49,4 +49,13 @@ std::vector<size_t> ParseRootsText(const FabricDescription& description, std::st
 // Reads a whole file; throws InputError naming it when it cannot be read.
 std::string ReadTextFile(const std::string& path);
 
+// "line N, column M" of a JSON parser's error, from the number of characters it had
+// read (the end of the text counting as one), counted the way the parser counts.
+// Linear in the text, without regular expressions, so it holds for texts of any length.
+std::string JsonErrorLocation(std::string_view text, size_t chars_read);
+
+// The parser's own words from its error message, without its tag and position and with
+// the text it last read cut short, so that one long token makes no long message.
+std::string JsonErrorProblem(std::string_view what);
+
 }  // namespace aggtree::internal
