@@ -11,11 +11,11 @@
 #include <nlohmann/json.hpp>
 #include <queue>
 #include <set>
-#include <sstream>
 #include <unordered_map>
 
 #include "fabric_model/fabric.h"
 #include "topology/ibnetdiscover.h"
+#include "topology/input_limits.h"
 #include "topology/topology_internal.h"
 
 namespace aggtree {
@@ -103,12 +103,7 @@ std::string ReadTextFile(const std::string& path) {
     if (!in) {
         throw InputError(path, "", std::string("cannot read the file: ") + std::strerror(errno));
     }
-    std::ostringstream content;
-    content << in.rdbuf();
-    if (in.bad()) {
-        throw InputError(path, "", "cannot read the file");
-    }
-    return content.str();
+    return ReadLimitedStream(in, path);
 }
 
 std::string JsonErrorLocation(std::string_view text, size_t chars_read) {
@@ -123,6 +118,56 @@ std::string JsonErrorLocation(std::string_view text, size_t chars_read) {
     }
     const size_t column = chars_read - line_start;
     return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+namespace {
+
+// Counts how deep a document nests, without building it; stops at a syntax error (the
+// parse that builds the document reports it).
+class NestingChecker : public nlohmann::json_sax<json> {
+public:
+    NestingChecker(const std::string& file_name) : m_file(file_name) {}
+
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(number_integer_t) override { return true; }
+    bool number_unsigned(number_unsigned_t) override { return true; }
+    bool number_float(number_float_t, const string_t&) override { return true; }
+    bool string(string_t&) override { return true; }
+    bool binary(binary_t&) override { return true; }
+    bool start_object(std::size_t) override { return Open(); }
+    bool key(string_t&) override { return true; }
+    bool end_object() override { return Close(); }
+    bool start_array(std::size_t) override { return Open(); }
+    bool end_array() override { return Close(); }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+        return false;
+    }
+
+private:
+    bool Open() {
+        if (++m_depth > kMaxJsonDepth) {
+            throw InputError(m_file, "",
+                             "the JSON nests deeper than " + std::to_string(kMaxJsonDepth) +
+                                 " levels (aggtree's files nest at most 4)");
+        }
+        return true;
+    }
+    bool Close() {
+        --m_depth;
+        return true;
+    }
+
+    const std::string& m_file;
+    int m_depth = 0;
+};
+
+}  // namespace
+
+nlohmann::json ParseJsonNestingLimited(std::string_view text, const std::string& file_name) {
+    NestingChecker checker(file_name);
+    json::sax_parse(text, &checker);
+    return json::parse(text);
 }
 
 std::string JsonErrorProblem(std::string_view what) {
@@ -404,14 +449,20 @@ private:
 json ParseJsonText(std::string_view text, const std::string& file_name) {
     json document;
     try {
-        document = json::parse(text);
+        document = internal::ParseJsonNestingLimited(text, file_name);
     } catch (const json::parse_error& error) {
         throw InputError(file_name, internal::JsonErrorLocation(text, error.byte),
                          "malformed JSON: " + internal::JsonErrorProblem(error.what()));
     }
     DuplicateKeyFinder finder;
-    json::sax_parse(text, &finder);
+    try {
+        json::sax_parse(text, &finder);
+    } catch (...) {
+        internal::DismantleJson(document);
+        throw;
+    }
     if (!finder.duplicate_path.empty()) {
+        internal::DismantleJson(document);
         throw InputError(file_name, finder.duplicate_path,
                          "key \"" + finder.duplicate_key + "\" appears twice in one object");
     }
@@ -720,11 +771,11 @@ nlohmann::ordered_json JsonArray(const Items& items, const ToJson& to_json) {
     return array;
 }
 
-}  // namespace
-
-FabricDescription ParseFabricJson(std::string_view text, const std::string& file_name,
-                                  std::vector<std::string>* warnings) {
-    const json document = ParseJsonText(text, file_name);
+// ParseFabricJson without the naming of the file on running out of memory.
+FabricDescription ReadFabricJson(std::string_view text, const std::string& file_name,
+                                 std::vector<std::string>* warnings) {
+    json document = ParseJsonText(text, file_name);
+    const internal::JsonDismantler<json> dismantler(document);
     Reader reader(file_name);
     if (!document.is_object()) {
         reader.Fail("", "expected a JSON object at the top level, got " + Describe(document));
@@ -858,9 +909,18 @@ FabricDescription ParseFabricJson(std::string_view text, const std::string& file
             }
         }
     }
-    internal::InferRanksLocated(
-        description, file_name, [](size_t i) { return Child("/switches", i); }, warnings);
+    const internal::SwitchLocator locate = [](size_t i) { return Child("/switches", i); };
+    internal::InferRanksLocated(description, file_name, locate, warnings);
+    internal::CheckFabricLimitsLocated(description, file_name, locate);
     return description;
+}
+
+}  // namespace
+
+FabricDescription ParseFabricJson(std::string_view text, const std::string& file_name,
+                                  std::vector<std::string>* warnings) {
+    return NameFileOnOutOfMemory(file_name,
+                                 [&] { return ReadFabricJson(text, file_name, warnings); });
 }
 
 void InferRanks(FabricDescription& description, const std::string& file_name,
@@ -939,17 +999,22 @@ std::string WriteFabricJson(const FabricDescription& description) {
     return out.dump(2) + "\n";
 }
 
-FabricDescription LoadFabric(const std::string& path, const FabricLoadOptions& options,
-                             std::vector<std::string>* warnings) {
+namespace {
+
+// LoadFabric without the naming of the file on running out of memory.
+FabricDescription LoadFabricInput(const std::string& path, const FabricLoadOptions& options,
+                                  std::vector<std::string>* warnings) {
     const std::string text = internal::ReadTextFile(path);
     if (LooksLikeIbnetdiscover(text)) {
         std::string groups_text;
         std::string roots_text;
         if (!options.groups_file.empty()) {
-            groups_text = internal::ReadTextFile(options.groups_file);
+            groups_text = NameFileOnOutOfMemory(
+                options.groups_file, [&] { return internal::ReadTextFile(options.groups_file); });
         }
         if (!options.roots_file.empty()) {
-            roots_text = internal::ReadTextFile(options.roots_file);
+            roots_text = NameFileOnOutOfMemory(
+                options.roots_file, [&] { return internal::ReadTextFile(options.roots_file); });
         }
         return ParseIbnetdiscover(text, path, groups_text, options.groups_file, roots_text,
                                   options.roots_file, warnings);
@@ -966,6 +1031,13 @@ FabricDescription LoadFabric(const std::string& path, const FabricLoadOptions& o
                              " is a fabric file, list the top switches in its \"roots\"");
     }
     return ParseFabricJson(text, path, warnings);
+}
+
+}  // namespace
+
+FabricDescription LoadFabric(const std::string& path, const FabricLoadOptions& options,
+                             std::vector<std::string>* warnings) {
+    return NameFileOnOutOfMemory(path, [&] { return LoadFabricInput(path, options, warnings); });
 }
 
 }  // namespace aggtree

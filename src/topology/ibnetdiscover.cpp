@@ -819,10 +819,11 @@ FabricDescription Importer::Run(std::string_view groups_text, const std::string&
     if (!Trim(roots_text).empty()) {
         description.roots = internal::ParseRootsText(description, roots_text, roots_file);
     }
-    internal::InferRanksLocated(
-        description, m_file,
-        [this](size_t index) { return "line " + std::to_string(m_switch_lines[index]); },
-        m_warnings);
+    const internal::SwitchLocator locate = [this](size_t index) {
+        return "line " + std::to_string(m_switch_lines[index]);
+    };
+    internal::InferRanksLocated(description, m_file, locate, m_warnings);
+    internal::CheckFabricLimitsLocated(description, m_file, locate);
     internal::MarkDragonflyPlusDeferRoots(description);
     return description;
 }
@@ -862,9 +863,11 @@ FabricDescription ParseIbnetdiscover(std::string_view text, const std::string& f
                                      std::string_view roots_text,
                                      const std::string& roots_file_name,
                                      std::vector<std::string>* warnings) {
-    Importer importer(text, file_name, warnings);
-    return importer.Run(groups_text, groups_file_name.empty() ? "group map" : groups_file_name,
-                        roots_text, roots_file_name.empty() ? "roots" : roots_file_name);
+    return NameFileOnOutOfMemory(file_name, [&] {
+        Importer importer(text, file_name, warnings);
+        return importer.Run(groups_text, groups_file_name.empty() ? "group map" : groups_file_name,
+                            roots_text, roots_file_name.empty() ? "roots" : roots_file_name);
+    });
 }
 
 }  // namespace aggtree

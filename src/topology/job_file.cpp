@@ -6,11 +6,11 @@
 #include <fstream>
 #include <limits>
 #include <set>
-#include <sstream>
 #include <utility>
 
 #include <nlohmann/json.hpp>
 
+#include "topology/input_limits.h"
 #include "topology/topology_internal.h"
 
 namespace aggtree {
@@ -27,6 +27,7 @@ public:
 
     JobDescription Read(std::string_view text) {
         Json root = Parse(text);
+        const internal::JsonDismantler<Json> dismantler(root);
         RequireObject(root, "");
         CheckKeys(root, "", {"job_id", "hosts", "ports", "resource"});
 
@@ -56,7 +57,7 @@ private:
 
     Json Parse(std::string_view text) const {
         try {
-            return Json::parse(text.begin(), text.end());
+            return internal::ParseJsonNestingLimited(text, m_file);
         } catch (const Json::parse_error& error) {
             throw InputError(m_file, internal::JsonErrorLocation(text, error.byte),
                              "malformed JSON: " + ParseProblem(error.what()));
@@ -181,6 +182,11 @@ private:
         CheckKeys(value, where, {"prefix", "number"});
         if (value.contains("prefix")) {
             job_id.id_prefix = String(value["prefix"], where + "/prefix");
+            if (job_id.id_prefix.size() > kMaxNameBytes) {
+                Fail(where + "/prefix", "the prefix is " + std::to_string(job_id.id_prefix.size()) +
+                                            " bytes long; aggtree accepts at most " +
+                                            std::to_string(kMaxNameBytes));
+            }
         }
         if (value.contains("number")) {
             job_id.job_number =
@@ -230,8 +236,12 @@ private:
         }
     }
 
-    void AddPort(PortData port, std::vector<PortData>& ports) {
+    void AddPort(PortData port, std::vector<PortData>& ports, const std::string& where) {
         if (m_seen.emplace(port.port_guid, port.plane).second) {
+            if (ports.size() == kMaxHostPorts) {
+                Fail(where, "the job has more than " + std::to_string(kMaxHostPorts) +
+                                " ports; aggtree accepts at most that many");
+            }
             ports.push_back(port);
         }
     }
@@ -246,7 +256,7 @@ private:
                 Fail(at,
                      "unknown host '" + name + "': the fabric has no host of that name or GUID");
             }
-            AddPort(PortData{host->guid, host->plane}, ports);
+            AddPort(PortData{host->guid, host->plane}, ports, at);
         }
     }
 
@@ -270,7 +280,7 @@ private:
                 data.plane = static_cast<uint8_t>(
                     Unsigned(port["plane"], at + "/plane", std::numeric_limits<uint8_t>::max()));
             }
-            AddPort(data, ports);
+            AddPort(data, ports, at);
         }
     }
 
@@ -283,25 +293,24 @@ private:
 
 JobDescription ParseJobJson(std::string_view text, const std::string& file_name,
                             const Fabric& fabric) {
-    JobReader reader(file_name, fabric);
-    return reader.Read(text);
+    return NameFileOnOutOfMemory(file_name, [&] {
+        JobReader reader(file_name, fabric);
+        return reader.Read(text);
+    });
 }
 
 JobDescription LoadJobFile(const std::string& path, const Fabric& fabric) {
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) {
-        throw InputError(path, "", "is a directory, not a file");
-    }
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw InputError(path, "", "cannot open the file");
-    }
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) {
-        throw InputError(path, "", "cannot read the file");
-    }
-    return ParseJobJson(text.str(), path, fabric);
+    return NameFileOnOutOfMemory(path, [&] {
+        std::error_code ignored;
+        if (std::filesystem::is_directory(path, ignored)) {
+            throw InputError(path, "", "is a directory, not a file");
+        }
+        std::ifstream in(path, std::ios::binary);
+        if (!in) {
+            throw InputError(path, "", "cannot open the file");
+        }
+        return ParseJobJson(ReadLimitedStream(in, path), path, fabric);
+    });
 }
 
 }  // namespace aggtree
