@@ -57,6 +57,10 @@ std::string CheckTreeInvariants(const JobSubTreeInfo& info, const Fabric& fabric
             parent->child_edges.at(node->child_index).far_end != node) {
             return node->agg_node->name + " is not at its child index under its parent";
         }
+        if (node->agg_node->CountLinksTo(parent->agg_node) == 0) {
+            return "the edge from " + parent->agg_node->name + " to " + node->agg_node->name +
+                   " runs over no link that carries a path";
+        }
     }
     if (root == nullptr) {
         return "every node has a parent: the tree is a cycle";
@@ -113,6 +117,31 @@ std::string CheckTreeInvariants(const JobSubTreeInfo& info, const Fabric& fabric
     fabric.GetJobTreeIds(info.job_id, held);
     if (held.count(info.tree_id) != 0 && !fabric.IsSatTreeId(info.tree_id)) {
         return "tree id " + std::to_string(info.tree_id) + " is already held by the job";
+    }
+    return "";
+}
+
+std::string CheckRegisteredTreeNodes(const Fabric& fabric, const OnDemandTreeCreator& creator) {
+    std::set<const TreeNode*> made;
+    for (const std::unique_ptr<TreeNode>& node : creator.GetCreatedTreeNodes()) {
+        if (node == nullptr) {
+            continue;
+        }
+        made.insert(node.get());
+    }
+    for (const AggNodeFabricInfo& sw : fabric.Switches()) {
+        for (const auto& [tree_id, node] : sw.tree_nodes_by_id) {
+            if (node == nullptr) {
+                continue;
+            }
+            if (made.count(node) == 0) {
+                return sw.name + " holds a tree node under tree id " + std::to_string(tree_id) +
+                       " that the last request did not make";
+            }
+            if (node->agg_node != &sw || node->tree_id != tree_id) {
+                return sw.name + " holds the tree node of another switch or tree id";
+            }
+        }
     }
     return "";
 }
