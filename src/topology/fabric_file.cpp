@@ -123,10 +123,12 @@ std::string JsonErrorLocation(std::string_view text, size_t chars_read) {
 namespace {
 
 // Counts how deep a document nests, without building it; stops at a syntax error (the
-// parse that builds the document reports it).
+// parse that builds the document reports it).  A number too large for a double is
+// reported here, with its place: the parse that builds the document reports it without.
 class NestingChecker : public nlohmann::json_sax<json> {
 public:
-    NestingChecker(const std::string& file_name) : m_file(file_name) {}
+    NestingChecker(std::string_view text, const std::string& file_name)
+        : m_text(text), m_file(file_name) {}
 
     bool null() override { return true; }
     bool boolean(bool) override { return true; }
@@ -140,7 +142,15 @@ public:
     bool end_object() override { return Close(); }
     bool start_array(std::size_t) override { return Open(); }
     bool end_array() override { return Close(); }
-    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+    bool parse_error(std::size_t position, const std::string& last_token,
+                     const nlohmann::detail::exception& error) override {
+        constexpr int kNumberOverflow = 406;
+        if (error.id == kNumberOverflow) {
+            constexpr size_t kShown = 40;
+            throw InputError(m_file, JsonErrorLocation(m_text, position),
+                             "malformed JSON: the number '" + last_token.substr(0, kShown) +
+                                 (last_token.size() > kShown ? "..." : "") + "' is too large");
+        }
         return false;
     }
 
@@ -158,6 +168,7 @@ private:
         return true;
     }
 
+    std::string_view m_text;
     const std::string& m_file;
     int m_depth = 0;
 };
@@ -165,7 +176,7 @@ private:
 }  // namespace
 
 nlohmann::json ParseJsonNestingLimited(std::string_view text, const std::string& file_name) {
-    NestingChecker checker(file_name);
+    NestingChecker checker(text, file_name);
     json::sax_parse(text, &checker);
     return json::parse(text);
 }
@@ -996,7 +1007,9 @@ std::string WriteFabricJson(const FabricDescription& description) {
     out["job_tree_ids"] = JsonArray(description.job_tree_ids, [](const JobTreeIdsDescription& job) {
         return ordered{{"job", job.job}, {"tree_ids", job.tree_ids}};
     });
-    return out.dump(2) + "\n";
+    // Names that are not valid UTF-8 (from a library caller's description) are written
+    // with replacement characters rather than not at all.
+    return out.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 namespace {

@@ -44,6 +44,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "topology/input_error.h"
 #include "topology/input_limits.h"
 #include "topology/topology_internal.h"
 
@@ -464,6 +465,16 @@ void CheckDirectorParams(const DirectorParams& params) {
     const size_t spines = static_cast<size_t>(params.spine_cards);
     const size_t edges = static_cast<size_t>(params.edge_switches);
     const size_t cards = static_cast<size_t>(params.max_cards_per_chassis);
+    GeneratedSize size;
+    size.switches = edges + chassis * (leaves + spines);
+    RefuseBeyondLimits(size);  // bounds the products below
+    size.hosts = edges * static_cast<uint64_t>(params.hosts_per_edge);
+    size.cables = chassis * leaves * spines +
+                  edges * chassis * static_cast<uint64_t>(params.cables_per_chassis);
+    // An edge switch's ports; a leaf card's depend on the cabling (checked when made).
+    size.ports_per_switch = static_cast<uint64_t>(params.hosts_per_edge) +
+                            chassis * static_cast<uint64_t>(params.cables_per_chassis);
+    RefuseBeyondLimits(size);
     if (edges + chassis * (leaves + spines) > kMaxNodesPerPlane ||
         edges * static_cast<size_t>(params.hosts_per_edge) > kMaxNodesPerPlane ||
         chassis * leaves * spines + edges * chassis * cards > kMaxNodesPerPlane) {
@@ -539,6 +550,12 @@ FabricDescription GenerateDirector(const DirectorParams& params) {
         for (int h = 0; h < params.hosts_per_edge; ++h) {
             builder.AddHost(e, hosts);
         }
+    }
+    // The leaf cards' ports, known only now that the cables are laid.
+    try {
+        CheckFabricLimits(description, "the director fabric");
+    } catch (const InputError& error) {
+        Refuse(error.problem());
     }
     return description;
 }

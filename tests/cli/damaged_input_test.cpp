@@ -192,5 +192,51 @@ TEST_F(DamagedInputTest, DeepNestingIsRefusedNamingTheFile) {
                        job, "nested job");
 }
 
+// Found by fuzzing: a number too large for a double escaped the readers as an exception
+// of the JSON library, without the file's name.
+TEST_F(DamagedInputTest, ANumberTooLargeIsRefusedWithItsPosition) {
+    const std::string huge = "8" + std::string(30, '8') + "e888888888";
+    const std::string job = WriteFile("job.json", "{\"job_id\": {\"number\": " + huge + "}}");
+    RunResult build = RunAggtree({"build", "--fabric", Example("fat-tree.json"), "--job", job}, {},
+                                 {kSecondsPerRun, 0});
+    EXPECT_EQ(build.exit_code, 2);
+    EXPECT_EQ(build.err, "aggtree: " + job + ": line 1, column 63: malformed JSON: the number '" +
+                             huge.substr(0, 40) + "...' is too large\n");
+    const std::string fabric =
+        WriteFile("fabric.json", "{\"aggtree_fabric\": 1,\n \"max_tree_id\": " + huge + "}");
+    RunResult info = RunAggtree({"info", fabric}, {}, {kSecondsPerRun, 0});
+    EXPECT_EQ(info.exit_code, 2);
+    EXPECT_EQ(info.err.rfind("aggtree: " + fabric + ": line 2, column 57: malformed JSON: ", 0), 0u)
+        << info.err;
+}
+
+// Found by fuzzing: a node description in a legacy encoding made names that no JSON
+// output could hold.  They are read as Latin-1.
+TEST_F(DamagedInputTest, ADescriptionThatIsNotUtf8IsReadAsLatin1) {
+    std::string dump = SmallFatTreeDump();
+    const std::string leaf = "\"leaf-1\" enhanced";
+    dump.replace(dump.find(leaf), leaf.size(), "\"leaf-\xe9\xe8\" enhanced");
+    const std::string file = WriteFile("latin1.ibnetdiscover", dump);
+    RunResult convert = RunAggtree({"convert", file}, {}, {kSecondsPerRun, 0});
+    ASSERT_EQ(convert.exit_code, 0) << convert.err;
+    EXPECT_EQ(Json::parse(convert.out)["switches"][0]["name"], "leaf-\u00e9\u00e8");
+    RunResult build =
+        RunAggtree({"build", "--fabric", file, "--hosts", "node001,node005", "--json"}, {},
+                   {kSecondsPerRun, 0});
+    ASSERT_EQ(build.exit_code, 0) << build.err;
+    EXPECT_EQ(Json::parse(build.out)["tree_nodes"][1]["switch"], "leaf-\u00e9\u00e8");
+}
+
+// Found by fuzzing: a record header that ends after its number of ports.
+TEST_F(DamagedInputTest, ARecordHeaderWithoutItsIdentifierNamesTheLine) {
+    const std::string file =
+        WriteFile("short.ibnetdiscover", "switchguid=0x5100000001\nSwitch\t40\n");
+    RunResult run = RunAggtree({"info", file}, {}, {kSecondsPerRun, 0});
+    EXPECT_EQ(run.exit_code, 2);
+    EXPECT_EQ(run.err, "aggtree: " + file +
+                           ": line 2: expected the node's quoted identifier after its number of "
+                           "ports\n");
+}
+
 }  // namespace
 }  // namespace aggtree_cli_test
