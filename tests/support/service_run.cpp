@@ -1,5 +1,6 @@
 #include "support/service_run.h"
 
+#include <set>
 #include <sstream>
 
 #include "fabric_model/tree_node.h"
@@ -30,4 +31,29 @@ std::string TreeSignature(const JobSubTreeInfo& info) {
          << info.score_node_count << " " << info.score_leaf_count << " "
          << info.score_min_free_tree_ids << "\n";
     return text.str();
+}
+
+std::string CheckRegisteredTreeNodes(const Fabric& fabric, const OnDemandTreeCreator& creator) {
+    std::set<const TreeNode*> made;
+    for (const std::unique_ptr<TreeNode>& node : creator.GetCreatedTreeNodes()) {
+        if (node == nullptr) {
+            continue;
+        }
+        made.insert(node.get());
+    }
+    for (const AggNodeFabricInfo& sw : fabric.Switches()) {
+        for (const auto& [tree_id, node] : sw.tree_nodes_by_id) {
+            if (node == nullptr) {
+                continue;
+            }
+            if (made.count(node) == 0) {
+                return sw.name + " holds a tree node under tree id " + std::to_string(tree_id) +
+                       " that the last request did not make";
+            }
+            if (node->agg_node != &sw || node->tree_id != tree_id) {
+                return sw.name + " holds the tree node of another switch or tree id";
+            }
+        }
+    }
+    return "";
 }

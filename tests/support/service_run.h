@@ -14,6 +14,12 @@
 // failure text for a record without a tree.  Equal texts are equal trees.
 std::string TreeSignature(const JobSubTreeInfo& info);
 
+// Empty when every tree node the switches of `fabric` hold is one that `creator` made
+// for its last request, held by its own switch under its own tree id: none of an
+// earlier request is left (a request that failed half-way may not have registered all
+// of its own).  Otherwise the first switch that breaks this.
+std::string CheckRegisteredTreeNodes(const Fabric& fabric, const OnDemandTreeCreator& creator);
+
 // One request's ports, kept alive with the record that points at them.
 struct ServedRequest {
     std::vector<PortData> ports;

@@ -120,28 +120,3 @@ std::string CheckTreeInvariants(const JobSubTreeInfo& info, const Fabric& fabric
     }
     return "";
 }
-
-std::string CheckRegisteredTreeNodes(const Fabric& fabric, const OnDemandTreeCreator& creator) {
-    std::set<const TreeNode*> made;
-    for (const std::unique_ptr<TreeNode>& node : creator.GetCreatedTreeNodes()) {
-        if (node == nullptr) {
-            continue;
-        }
-        made.insert(node.get());
-    }
-    for (const AggNodeFabricInfo& sw : fabric.Switches()) {
-        for (const auto& [tree_id, node] : sw.tree_nodes_by_id) {
-            if (node == nullptr) {
-                continue;
-            }
-            if (made.count(node) == 0) {
-                return sw.name + " holds a tree node under tree id " + std::to_string(tree_id) +
-                       " that the last request did not make";
-            }
-            if (node->agg_node != &sw || node->tree_id != tree_id) {
-                return sw.name + " holds the tree node of another switch or tree id";
-            }
-        }
-    }
-    return "";
-}

@@ -6,20 +6,12 @@
 
 #include "fabric_model/fabric.h"
 #include "fabric_model/job_sub_tree.h"
-#include "tree_on_demand/on_demand_tree_creator.h"
 
 // Empty when the record holds a proper tree for the job's ports on `fabric`: one root
 // without a parent, every other node exactly one parent that lists it among its child
-// edges at its own (so unique) child index, every parent-child edge over a link of the
-// fabric that carries a path, connected and acyclic, one node per switch, every job leaf
-// switch in the tree with all its host ports, every children limit kept, and a tree id
-// that is free on every tree switch and not held by the job (unless it is a SAT id).
-// Otherwise the text of the first broken invariant.
+// edges, connected and acyclic, one node per switch, every job leaf switch in the tree
+// with all its host ports, every children limit kept, and a tree id that is free on
+// every tree switch and not held by the job (unless it is a SAT id).  Otherwise the
+// text of the first broken invariant.
 std::string CheckTreeInvariants(const JobSubTreeInfo& info, const Fabric& fabric,
                                 const std::vector<PortData>& ports, uint16_t max_tree_children);
-
-// Empty when every tree node the switches of `fabric` hold is one that `creator` made
-// for its last request, held by its own switch under its own tree id: none of an
-// earlier request is left (a request that failed half-way may not have registered all
-// of its own).  Otherwise the first switch that breaks this.
-std::string CheckRegisteredTreeNodes(const Fabric& fabric, const OnDemandTreeCreator& creator);

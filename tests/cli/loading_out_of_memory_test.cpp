@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t kMiB = size_t{1} << 20;
 
-class OutOfMemoryTest : public CliTest {
+class OutOfMemoryWhileLoadingTest : public CliTest {
 protected:
     void SetUp() override {
 #ifdef AGGTREE_SANITIZED
@@ -65,7 +65,7 @@ protected:
     }
 };
 
-TEST_F(OutOfMemoryTest, AFabricFileTooLargeForTheMemoryExitsThreeNamingIt) {
+TEST_F(OutOfMemoryWhileLoadingTest, AFabricFileTooLargeForTheMemoryExitsThreeNamingIt) {
     aggtree::FatTreeParams params;
     params.levels = 3;
     params.radix = 24;
@@ -76,7 +76,7 @@ TEST_F(OutOfMemoryTest, AFabricFileTooLargeForTheMemoryExitsThreeNamingIt) {
                               2 * kMiB);
 }
 
-TEST_F(OutOfMemoryTest, ADumpTooLargeForTheMemoryExitsThreeNamingIt) {
+TEST_F(OutOfMemoryWhileLoadingTest, ADumpTooLargeForTheMemoryExitsThreeNamingIt) {
     aggtree::FatTreeParams params;
     params.levels = 3;
     params.radix = 16;
@@ -89,7 +89,7 @@ TEST_F(OutOfMemoryTest, ADumpTooLargeForTheMemoryExitsThreeNamingIt) {
 }
 
 // The job file is the largest input: when it does not fit, it is the one named.
-TEST_F(OutOfMemoryTest, AJobFileTooLargeForTheMemoryExitsThreeNamingIt) {
+TEST_F(OutOfMemoryWhileLoadingTest, AJobFileTooLargeForTheMemoryExitsThreeNamingIt) {
     nlohmann::json job = {{"hosts", nlohmann::json::array()}};
     for (int i = 0; i < 100000; ++i) {
         job["hosts"].push_back("node00" + std::to_string(1 + i % 8));
