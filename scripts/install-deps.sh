@@ -3,7 +3,8 @@
 set -euo pipefail
 
 packages=(g++ make cmake pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
-          nlohmann-json3-dev libcli11-dev librapidcheck-dev graphviz)
+          nlohmann-json3-dev libcli11-dev librapidcheck-dev graphviz
+          clang-14 libclang-rt-14-dev valgrind)
 missing=()
 for package in "${packages[@]}"; do
     if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then

@@ -9,6 +9,7 @@
 
 #include "cli/cli_support.h"
 #include "cli/commands.h"
+#include "cli/memory_reserve.h"
 #include "topology/input_error.h"
 
 namespace aggtree::cli {
@@ -36,6 +37,9 @@ void PrintError(const std::string& text) {
 }  // namespace
 
 int Run(int argc, char** argv) {
+    // Enough for the largest JSON document the loaders can free while unwinding.
+    constexpr size_t kReserveBytes = size_t{16} << 20;
+    MemoryReserve reserve(kReserveBytes);
     CLI::App app{
         "aggtree: in-network aggregation trees for parallel jobs on quasi fat trees and "
         "Dragonfly+ fabrics",
@@ -77,6 +81,10 @@ int Run(int argc, char** argv) {
         PrintError(FormatInputError(error));
     } catch (const UsageError& error) {
         PrintError(std::string("aggtree: ") + error.what());
+    } catch (const LoadingOutOfMemory& error) {
+        // The file may well be fine: not bad input.
+        PrintError("aggtree: " + error.file() + ": " + error.what());
+        return kExitInternal;
     } catch (const std::bad_alloc&) {
         PrintError("aggtree: out of memory");
         return kExitInternal;

@@ -9,9 +9,9 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "topology/fabric_file.h"
+#include "topology/input_limits.h"
 
 namespace aggtree::cli {
 
@@ -32,17 +32,15 @@ void RequireNotADirectory(const std::string& path) {
 }
 
 std::string ReadTextFile(const std::string& path) {
-    RequireNotADirectory(path);
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw InputError(path, "", std::string("cannot open the file: ") + std::strerror(errno));
-    }
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) {
-        throw InputError(path, "", "cannot read the file");
-    }
-    return text.str();
+    return NameFileOnOutOfMemory(path, [&] {
+        RequireNotADirectory(path);
+        std::ifstream in(path, std::ios::binary);
+        if (!in) {
+            throw InputError(path, "",
+                             std::string("cannot open the file: ") + std::strerror(errno));
+        }
+        return ReadLimitedStream(in, path);
+    });
 }
 
 void WriteOutput(const std::string& path, const std::string& text) {
@@ -63,25 +61,33 @@ void WriteOutput(const std::string& path, const std::string& text) {
 
 FabricDescription LoadFabricDescription(const FabricSource& source,
                                         std::vector<std::string>& warnings) {
-    RequireNotADirectory(source.path);
-    FabricLoadOptions options;
-    options.groups_file = source.groups_file;
-    options.roots_file = source.roots_file;
-    try {
-        return LoadFabric(source.path, options, &warnings);
-    } catch (const InputError&) {
-        throw;
-    } catch (const std::exception& error) {
-        throw InputError(source.path, "", error.what());
-    }
+    return NameFileOnOutOfMemory(source.path, [&] {
+        RequireNotADirectory(source.path);
+        FabricLoadOptions options;
+        options.groups_file = source.groups_file;
+        options.roots_file = source.roots_file;
+        try {
+            return LoadFabric(source.path, options, &warnings);
+        } catch (const InputError&) {
+            throw;
+        } catch (const std::bad_alloc&) {
+            throw;  // not bad input
+        } catch (const std::exception& error) {
+            throw InputError(source.path, "", error.what());
+        }
+    });
 }
 
 std::unique_ptr<Fabric> MakeFabric(const FabricDescription& description, const std::string& path) {
-    try {
-        return std::make_unique<Fabric>(description);
-    } catch (const std::exception& error) {
-        throw InputError(path, "", error.what());
-    }
+    return NameFileOnOutOfMemory(path, [&] {
+        try {
+            return std::make_unique<Fabric>(description);
+        } catch (const std::bad_alloc&) {
+            throw;  // not bad input
+        } catch (const std::exception& error) {
+            throw InputError(path, "", error.what());
+        }
+    });
 }
 
 InstalledFabricScope::InstalledFabricScope(Fabric& fabric)

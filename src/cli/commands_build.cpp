@@ -80,7 +80,9 @@ int RunBuild(const BuildOptions& options) {
         if (failure.kind != InternalFailure::kNone) {
             result["internal_error"] = failure.text;
         }
-        WriteOutput("", result.dump(2) + "\n");
+        WriteOutput(
+            "",
+            result.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
     } else if (failure.kind == InternalFailure::kNone) {
         WriteOutput("", RenderTextResult(run.status, run.job.job_id, run.info, run.score, *fabric));
     }

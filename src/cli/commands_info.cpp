@@ -225,7 +225,9 @@ int RunInfo(const InfoOptions& options) {
     FabricSummary summary = Summarize(description);
     if (options.json) {
         WriteOutput("",
-                    RenderJson(options.fabric.path, description, summary, warnings).dump(2) + "\n");
+                    RenderJson(options.fabric.path, description, summary, warnings)
+                            .dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) +
+                        "\n");
     } else {
         WriteOutput("", RenderText(options.fabric.path, description, summary, warnings));
     }

@@ -162,7 +162,8 @@ JobDescription MakeJob(const JobSource& source, const Fabric& fabric) {
     } else if (source.has_hosts) {
         job.ports = HostsFromList(source.hosts, fabric);
     } else if (source.has_hosts_file) {
-        job.ports = HostsFromFile(source.hosts_file, fabric);
+        job.ports = NameFileOnOutOfMemory(source.hosts_file,
+                                          [&] { return HostsFromFile(source.hosts_file, fabric); });
     } else {
         job.ports = RandomHosts(source.random_hosts, source.seed, fabric);
     }

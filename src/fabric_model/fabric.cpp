@@ -1,6 +1,7 @@
 #include "fabric_model/fabric.h"
 
 #include <charconv>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -89,6 +90,11 @@ Fabric::Fabric(const FabricDescription& description)
         sw.rank = *d.rank;
         sw.index = i;
         sw.free_tree_ids = AMBitArray(tree_id_bits);
+        if (sw.free_tree_ids.GetBitCount() != tree_id_bits) {
+            // The array logs and stays empty when it cannot be allocated; a switch without
+            // free tree ids would refuse every job for no reason of the job's.
+            throw std::bad_alloc();
+        }
         for (uint16_t used : d.used_tree_ids) {
             if (used > description.max_tree_id) {
                 Refuse("switch '" + d.name + "' uses tree id " + std::to_string(used) +

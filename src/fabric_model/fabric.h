@@ -27,7 +27,7 @@ class Fabric {
 public:
     // Builds the model; throws std::invalid_argument for a description it cannot hold
     // (missing rank, unknown switch index, self link, duplicate GUID, name or host port,
-    // tree id above max_tree_id).
+    // tree id above max_tree_id), std::bad_alloc when memory runs out.
     explicit Fabric(const FabricDescription& description);
     Fabric(const Fabric&) = delete;
     Fabric& operator=(const Fabric&) = delete;

@@ -10,13 +10,12 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <queue>
-#include <regex>
 #include <set>
-#include <sstream>
 #include <unordered_map>
 
 #include "fabric_model/fabric.h"
 #include "topology/ibnetdiscover.h"
+#include "topology/input_limits.h"
 #include "topology/topology_internal.h"
 
 namespace aggtree {
@@ -104,12 +103,97 @@ std::string ReadTextFile(const std::string& path) {
     if (!in) {
         throw InputError(path, "", std::string("cannot read the file: ") + std::strerror(errno));
     }
-    std::ostringstream content;
-    content << in.rdbuf();
-    if (in.bad()) {
-        throw InputError(path, "", "cannot read the file");
+    return ReadLimitedStream(in, path);
+}
+
+std::string JsonErrorLocation(std::string_view text, size_t chars_read) {
+    const size_t in_text = std::min(chars_read, text.size());
+    size_t line = 1;
+    size_t line_start = 0;
+    for (size_t i = 0; i < in_text; ++i) {
+        if (text[i] == '\n') {
+            ++line;
+            line_start = i + 1;
+        }
     }
-    return content.str();
+    const size_t column = chars_read - line_start;
+    return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+namespace {
+
+// Counts how deep a document nests, without building it; stops at a syntax error (the
+// parse that builds the document reports it).  A number too large for a double is
+// reported here, with its place: the parse that builds the document reports it without.
+class NestingChecker : public nlohmann::json_sax<json> {
+public:
+    NestingChecker(std::string_view text, const std::string& file_name)
+        : m_text(text), m_file(file_name) {}
+
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(number_integer_t) override { return true; }
+    bool number_unsigned(number_unsigned_t) override { return true; }
+    bool number_float(number_float_t, const string_t&) override { return true; }
+    bool string(string_t&) override { return true; }
+    bool binary(binary_t&) override { return true; }
+    bool start_object(std::size_t) override { return Open(); }
+    bool key(string_t&) override { return true; }
+    bool end_object() override { return Close(); }
+    bool start_array(std::size_t) override { return Open(); }
+    bool end_array() override { return Close(); }
+    bool parse_error(std::size_t position, const std::string& last_token,
+                     const nlohmann::detail::exception& error) override {
+        constexpr int kNumberOverflow = 406;
+        if (error.id == kNumberOverflow) {
+            constexpr size_t kShown = 40;
+            throw InputError(m_file, JsonErrorLocation(m_text, position),
+                             "malformed JSON: the number '" + last_token.substr(0, kShown) +
+                                 (last_token.size() > kShown ? "..." : "") + "' is too large");
+        }
+        return false;
+    }
+
+private:
+    bool Open() {
+        if (++m_depth > kMaxJsonDepth) {
+            throw InputError(m_file, "",
+                             "the JSON nests deeper than " + std::to_string(kMaxJsonDepth) +
+                                 " levels (aggtree's files nest at most 4)");
+        }
+        return true;
+    }
+    bool Close() {
+        --m_depth;
+        return true;
+    }
+
+    std::string_view m_text;
+    const std::string& m_file;
+    int m_depth = 0;
+};
+
+}  // namespace
+
+nlohmann::json ParseJsonNestingLimited(std::string_view text, const std::string& file_name) {
+    NestingChecker checker(text, file_name);
+    json::sax_parse(text, &checker);
+    return json::parse(text);
+}
+
+std::string JsonErrorProblem(std::string_view what) {
+    // "[json.exception.parse_error.101] parse error at line 1, column 5: <problem>"
+    size_t column = what.find(", column ");
+    size_t colon = what.find(": ", column == std::string_view::npos ? 0 : column);
+    std::string_view problem = colon == std::string_view::npos ? what : what.substr(colon + 2);
+    constexpr std::string_view kLastRead = "; last read: '";
+    constexpr size_t kShownToken = 40;
+    size_t last_read = problem.find(kLastRead);
+    if (last_read != std::string_view::npos &&
+        problem.size() - last_read - kLastRead.size() > kShownToken + 1) {
+        return std::string(problem.substr(0, last_read + kLastRead.size() + kShownToken)) + "...'";
+    }
+    return std::string(problem);
 }
 
 void InferRanksLocated(FabricDescription& description, const std::string& file_name,
@@ -376,21 +460,20 @@ private:
 json ParseJsonText(std::string_view text, const std::string& file_name) {
     json document;
     try {
-        document = json::parse(text);
+        document = internal::ParseJsonNestingLimited(text, file_name);
     } catch (const json::parse_error& error) {
-        static const std::regex kPosition(R"(at line (\d+), column (\d+): (.*)$)");
-        std::cmatch match;
-        const char* what = error.what();
-        if (std::regex_search(what, match, kPosition)) {
-            throw InputError(file_name, "line " + match[1].str() + ", column " + match[2].str(),
-                             "malformed JSON: " + match[3].str());
-        }
-        throw InputError(file_name, "byte " + std::to_string(error.byte),
-                         std::string("malformed JSON: ") + what);
+        throw InputError(file_name, internal::JsonErrorLocation(text, error.byte),
+                         "malformed JSON: " + internal::JsonErrorProblem(error.what()));
     }
     DuplicateKeyFinder finder;
-    json::sax_parse(text, &finder);
+    try {
+        json::sax_parse(text, &finder);
+    } catch (...) {
+        internal::DismantleJson(document);
+        throw;
+    }
     if (!finder.duplicate_path.empty()) {
+        internal::DismantleJson(document);
         throw InputError(file_name, finder.duplicate_path,
                          "key \"" + finder.duplicate_key + "\" appears twice in one object");
     }
@@ -699,11 +782,11 @@ nlohmann::ordered_json JsonArray(const Items& items, const ToJson& to_json) {
     return array;
 }
 
-}  // namespace
-
-FabricDescription ParseFabricJson(std::string_view text, const std::string& file_name,
-                                  std::vector<std::string>* warnings) {
-    const json document = ParseJsonText(text, file_name);
+// ParseFabricJson without the naming of the file on running out of memory.
+FabricDescription ReadFabricJson(std::string_view text, const std::string& file_name,
+                                 std::vector<std::string>* warnings) {
+    json document = ParseJsonText(text, file_name);
+    const internal::JsonDismantler<json> dismantler(document);
     Reader reader(file_name);
     if (!document.is_object()) {
         reader.Fail("", "expected a JSON object at the top level, got " + Describe(document));
@@ -840,9 +923,18 @@ FabricDescription ParseFabricJson(std::string_view text, const std::string& file
             }
         }
     }
-    internal::InferRanksLocated(
-        description, file_name, [](size_t i) { return Child("/switches", i); }, warnings);
+    const internal::SwitchLocator locate = [](size_t i) { return Child("/switches", i); };
+    internal::InferRanksLocated(description, file_name, locate, warnings);
+    internal::CheckFabricLimitsLocated(description, file_name, locate);
     return description;
+}
+
+}  // namespace
+
+FabricDescription ParseFabricJson(std::string_view text, const std::string& file_name,
+                                  std::vector<std::string>* warnings) {
+    return NameFileOnOutOfMemory(file_name,
+                                 [&] { return ReadFabricJson(text, file_name, warnings); });
 }
 
 void InferRanks(FabricDescription& description, const std::string& file_name,
@@ -922,20 +1014,27 @@ std::string WriteFabricJson(const FabricDescription& description) {
     out["job_tree_ids"] = JsonArray(description.job_tree_ids, [](const JobTreeIdsDescription& job) {
         return ordered{{"job", job.job}, {"tree_ids", job.tree_ids}};
     });
-    return out.dump(2) + "\n";
+    // Names that are not valid UTF-8 (from a library caller's description) are written
+    // with replacement characters rather than not at all.
+    return out.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-FabricDescription LoadFabric(const std::string& path, const FabricLoadOptions& options,
-                             std::vector<std::string>* warnings) {
+namespace {
+
+// LoadFabric without the naming of the file on running out of memory.
+FabricDescription LoadFabricInput(const std::string& path, const FabricLoadOptions& options,
+                                  std::vector<std::string>* warnings) {
     const std::string text = internal::ReadTextFile(path);
     if (LooksLikeIbnetdiscover(text)) {
         std::string groups_text;
         std::string roots_text;
         if (!options.groups_file.empty()) {
-            groups_text = internal::ReadTextFile(options.groups_file);
+            groups_text = NameFileOnOutOfMemory(
+                options.groups_file, [&] { return internal::ReadTextFile(options.groups_file); });
         }
         if (!options.roots_file.empty()) {
-            roots_text = internal::ReadTextFile(options.roots_file);
+            roots_text = NameFileOnOutOfMemory(
+                options.roots_file, [&] { return internal::ReadTextFile(options.roots_file); });
         }
         return ParseIbnetdiscover(text, path, groups_text, options.groups_file, roots_text,
                                   options.roots_file, warnings);
@@ -952,6 +1051,13 @@ FabricDescription LoadFabric(const std::string& path, const FabricLoadOptions& o
                              " is a fabric file, list the top switches in its \"roots\"");
     }
     return ParseFabricJson(text, path, warnings);
+}
+
+}  // namespace
+
+FabricDescription LoadFabric(const std::string& path, const FabricLoadOptions& options,
+                             std::vector<std::string>* warnings) {
+    return NameFileOnOutOfMemory(path, [&] { return LoadFabricInput(path, options, warnings); });
 }
 
 }  // namespace aggtree

@@ -44,6 +44,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "topology/input_error.h"
+#include "topology/input_limits.h"
 #include "topology/topology_internal.h"
 
 namespace aggtree {
@@ -56,6 +58,38 @@ constexpr size_t kMaxNodesPerPlane = (size_t{1} << 24) - 1;
 
 [[noreturn]] void Refuse(const std::string& what) {
     throw std::invalid_argument(what);
+}
+
+// What a generated fabric would hold, checked against the loaders' limits before it is
+// made, so that every fabric the generators write can be read back.
+struct GeneratedSize {
+    uint64_t switches = 0;
+    uint64_t hosts = 0;
+    uint64_t cables = 0;
+    uint64_t ports_per_switch = 0;  // of the busiest switch
+    uint64_t islands = 0;
+};
+
+void RefuseBeyondLimits(const GeneratedSize& size) {
+    auto refuse = [](uint64_t count, const std::string& what, uint64_t limit) {
+        Refuse("the fabric would have " + std::to_string(count) + " " + what +
+               "; aggtree accepts at most " + std::to_string(limit));
+    };
+    if (size.switches > kMaxSwitches) {
+        refuse(size.switches, "switches", kMaxSwitches);
+    }
+    if (size.hosts > kMaxHostPorts) {
+        refuse(size.hosts, "host ports", kMaxHostPorts);
+    }
+    if (size.cables > kMaxCables) {
+        refuse(size.cables, "cables between switches", kMaxCables);
+    }
+    if (size.ports_per_switch > kMaxPortsPerSwitch) {
+        refuse(size.ports_per_switch, "ports on one switch", kMaxPortsPerSwitch);
+    }
+    if (size.islands > kMaxIslands) {
+        refuse(size.islands, "Dragonfly+ groups", kMaxIslands);
+    }
 }
 
 std::string HostName(size_t number, size_t total) {
@@ -181,6 +215,14 @@ FabricDescription GenerateFatTree(const FatTreeParams& params) {
         cores = fan * fan;
     }
     const size_t hosts = leaves * static_cast<size_t>(hosts_per_leaf);
+    const uint64_t planes = static_cast<uint64_t>(params.planes);
+    GeneratedSize size;
+    size.switches = (leaves + spines + cores) * planes;
+    size.hosts = hosts * planes;
+    size.cables = (params.levels == 2 ? leaves * spines : 2 * leaves * fan) *
+                  static_cast<uint64_t>(p) * planes;
+    size.ports_per_switch = static_cast<uint64_t>(params.radix);
+    RefuseBeyondLimits(size);
     if (leaves + spines + cores > kMaxNodesPerPlane || hosts > kMaxNodesPerPlane) {
         Refuse("the fat tree would be too large");
     }
@@ -256,6 +298,15 @@ FabricDescription GenerateDragonflyPlus(const DragonflyPlusParams& params) {
     const size_t spines = static_cast<size_t>(params.spines_per_group);
     const size_t per_spine = static_cast<size_t>(params.global_links_per_spine);
     const size_t ports = spines * per_spine;  // global ports of a group
+    GeneratedSize size;
+    size.islands = groups;
+    size.switches = groups * (leaves + spines);
+    RefuseBeyondLimits(size);  // bounds the products below
+    size.hosts = groups * leaves * static_cast<uint64_t>(params.hosts_per_leaf);
+    size.cables = groups * leaves * spines + groups * spines * per_spine / 2;
+    size.ports_per_switch = std::max<uint64_t>(
+        spines + static_cast<uint64_t>(params.hosts_per_leaf), leaves + per_spine);
+    RefuseBeyondLimits(size);
     if (groups * (leaves + spines) > kMaxNodesPerPlane ||
         groups * leaves * static_cast<size_t>(params.hosts_per_leaf) > kMaxNodesPerPlane ||
         ports > 65535) {
@@ -414,6 +465,16 @@ void CheckDirectorParams(const DirectorParams& params) {
     const size_t spines = static_cast<size_t>(params.spine_cards);
     const size_t edges = static_cast<size_t>(params.edge_switches);
     const size_t cards = static_cast<size_t>(params.max_cards_per_chassis);
+    GeneratedSize size;
+    size.switches = edges + chassis * (leaves + spines);
+    RefuseBeyondLimits(size);  // bounds the products below
+    size.hosts = edges * static_cast<uint64_t>(params.hosts_per_edge);
+    size.cables = chassis * leaves * spines +
+                  edges * chassis * static_cast<uint64_t>(params.cables_per_chassis);
+    // An edge switch's ports; a leaf card's depend on the cabling (checked when made).
+    size.ports_per_switch = static_cast<uint64_t>(params.hosts_per_edge) +
+                            chassis * static_cast<uint64_t>(params.cables_per_chassis);
+    RefuseBeyondLimits(size);
     if (edges + chassis * (leaves + spines) > kMaxNodesPerPlane ||
         edges * static_cast<size_t>(params.hosts_per_edge) > kMaxNodesPerPlane ||
         chassis * leaves * spines + edges * chassis * cards > kMaxNodesPerPlane) {
@@ -489,6 +550,12 @@ FabricDescription GenerateDirector(const DirectorParams& params) {
         for (int h = 0; h < params.hosts_per_edge; ++h) {
             builder.AddHost(e, hosts);
         }
+    }
+    // The leaf cards' ports, known only now that the cables are laid.
+    try {
+        CheckFabricLimits(description, "the director fabric");
+    } catch (const InputError& error) {
+        Refuse(error.problem());
     }
     return description;
 }

@@ -5,6 +5,7 @@
 //   line); without one, by the record's quoted identifier when that is not a GUID form
 //   (net files: "Switch1"), else by its GUID text.  Switches that would share a name are
 //   all named by their GUID text instead (with a warning).
+// - Names are UTF-8: bytes of a description that do not form UTF-8 are read as Latin-1.
 // - A host is one Ca port cabled to a switch.  Its GUID is the port GUID in parentheses
 //   on the Ca's port line (or on the switch's port line leading to it); its name is the
 //   first word of the Ca's node description, falling back like switch names.  When
@@ -151,6 +152,54 @@ std::string FirstWord(std::string_view text) {
     text = Trim(text);
     size_t end = text.find_first_of(" \t");
     return std::string(text.substr(0, end));
+}
+
+// Length of the UTF-8 sequence at `text[at]` when it is well formed (RFC 3629: no
+// overlong forms, no surrogates, nothing above U+10FFFF), else 0.
+size_t Utf8SequenceLength(std::string_view text, size_t at) {
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    auto continuation = [&](size_t i, unsigned char low = 0x80, unsigned char high = 0xBF) {
+        return i < text.size() && byte(i) >= low && byte(i) <= high;
+    };
+    const unsigned char lead = byte(at);
+    if (lead < 0x80) {
+        return 1;
+    }
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        return continuation(at + 1) ? 2 : 0;
+    }
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
+        const unsigned char high = lead == 0xED ? 0x9F : 0xBF;
+        return continuation(at + 1, low, high) && continuation(at + 2) ? 3 : 0;
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
+        const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
+        return continuation(at + 1, low, high) && continuation(at + 2) && continuation(at + 3) ? 4
+                                                                                               : 0;
+    }
+    return 0;
+}
+
+// A name as valid UTF-8: well-formed sequences kept, every other byte read as Latin-1
+// (node descriptions written in a legacy encoding), so that the name can be written to
+// a fabric file and a JSON result, and the same bytes always give the same name.
+std::string ValidUtf8(std::string_view text) {
+    std::string name;
+    name.reserve(text.size());
+    for (size_t at = 0; at < text.size();) {
+        const size_t length = Utf8SequenceLength(text, at);
+        if (length != 0) {
+            name.append(text.substr(at, length));
+            at += length;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(text[at++]);
+        name += static_cast<char>(0xC0 | (byte >> 6));
+        name += static_cast<char>(0x80 | (byte & 0x3F));
+    }
+    return name;
 }
 
 // The text between the first and the last double quote of `text` (empty without two).
@@ -304,7 +353,8 @@ void Importer::ReadRecordHeader(size_t number, NodeKind kind, std::string_view r
     if (ports < 1 || ports > 255) {
         Fail(number, "a node has from 1 to 255 ports, not " + std::to_string(ports));
     }
-    rest = Trim(rest.substr(digits_end));
+    rest =
+        digits_end == std::string_view::npos ? std::string_view() : Trim(rest.substr(digits_end));
     if (rest.empty() || rest.front() != '"') {
         Fail(number, "expected the node's quoted identifier after its number of ports");
     }
@@ -462,23 +512,26 @@ void Importer::ReadPortLine(std::string_view line, size_t number) {
 std::string Importer::NodeName(const Node& node) const {
     if (node.kind == NodeKind::kSwitch) {
         if (!node.description.empty()) {
-            return node.description;
+            return ValidUtf8(node.description);
         }
     } else {
         std::string word = FirstWord(node.description);
         if (!word.empty()) {
-            return word;
+            return ValidUtf8(word);
         }
     }
     if (!node.guid_form) {
-        return node.text;
+        return ValidUtf8(node.text);
     }
     return GuidToString(*node.guid);
 }
 
 void Importer::Resolve() {
     // Nodes known only from the far end of a cable: Cas, from the switch's port line.
+    // They join m_nodes after the walk, which reads the port lines in place: growing
+    // m_nodes under it would move the map being walked.
     const size_t recorded = m_nodes.size();
+    std::vector<Node> synthesized;
     for (size_t n = 0; n < recorded; ++n) {
         for (const auto& [port, line] : m_nodes[n].port_lines) {
             if (m_node_by_key.count(line.remote_key) != 0) {
@@ -498,14 +551,18 @@ void Importer::Resolve() {
                 node.description = line.remote_description;
                 node.line = line.line;
                 node.synthesized = true;
-                m_node_by_key.emplace(node.key, m_nodes.size());
-                m_nodes.push_back(std::move(node));
+                m_node_by_key.emplace(node.key, recorded + synthesized.size());
+                synthesized.push_back(std::move(node));
                 continue;
             }
             Fail(line.line, "port " + std::to_string(port) + " leads to \"" + line.remote_text +
                                 "\", which has no record in the file");
         }
     }
+    for (Node& node : synthesized) {
+        m_nodes.push_back(std::move(node));
+    }
+    m_current = nullptr;
     // GUIDs for nodes of net files.
     std::unordered_map<uint64_t, size_t> by_guid;
     for (size_t n = 0; n < m_nodes.size(); ++n) {
@@ -812,10 +869,11 @@ FabricDescription Importer::Run(std::string_view groups_text, const std::string&
     if (!Trim(roots_text).empty()) {
         description.roots = internal::ParseRootsText(description, roots_text, roots_file);
     }
-    internal::InferRanksLocated(
-        description, m_file,
-        [this](size_t index) { return "line " + std::to_string(m_switch_lines[index]); },
-        m_warnings);
+    const internal::SwitchLocator locate = [this](size_t index) {
+        return "line " + std::to_string(m_switch_lines[index]);
+    };
+    internal::InferRanksLocated(description, m_file, locate, m_warnings);
+    internal::CheckFabricLimitsLocated(description, m_file, locate);
     internal::MarkDragonflyPlusDeferRoots(description);
     return description;
 }
@@ -855,9 +913,11 @@ FabricDescription ParseIbnetdiscover(std::string_view text, const std::string& f
                                      std::string_view roots_text,
                                      const std::string& roots_file_name,
                                      std::vector<std::string>* warnings) {
-    Importer importer(text, file_name, warnings);
-    return importer.Run(groups_text, groups_file_name.empty() ? "group map" : groups_file_name,
-                        roots_text, roots_file_name.empty() ? "roots" : roots_file_name);
+    return NameFileOnOutOfMemory(file_name, [&] {
+        Importer importer(text, file_name, warnings);
+        return importer.Run(groups_text, groups_file_name.empty() ? "group map" : groups_file_name,
+                            roots_text, roots_file_name.empty() ? "roots" : roots_file_name);
+    });
 }
 
 }  // namespace aggtree

@@ -6,10 +6,12 @@
 #include <fstream>
 #include <limits>
 #include <set>
-#include <sstream>
 #include <utility>
 
 #include <nlohmann/json.hpp>
+
+#include "topology/input_limits.h"
+#include "topology/topology_internal.h"
 
 namespace aggtree {
 
@@ -25,6 +27,7 @@ public:
 
     JobDescription Read(std::string_view text) {
         Json root = Parse(text);
+        const internal::JsonDismantler<Json> dismantler(root);
         RequireObject(root, "");
         CheckKeys(root, "", {"job_id", "hosts", "ports", "resource"});
 
@@ -54,37 +57,16 @@ private:
 
     Json Parse(std::string_view text) const {
         try {
-            return Json::parse(text.begin(), text.end());
+            return internal::ParseJsonNestingLimited(text, m_file);
         } catch (const Json::parse_error& error) {
-            throw InputError(m_file, LineAndColumn(text, error.byte),
+            throw InputError(m_file, internal::JsonErrorLocation(text, error.byte),
                              "malformed JSON: " + ParseProblem(error.what()));
         }
     }
 
-    // "line N, column M" of the byte the parser stopped at (1-based, as the parser counts).
-    static std::string LineAndColumn(std::string_view text, size_t byte) {
-        size_t end = byte == 0 ? 0 : std::min(byte - 1, text.size());
-        size_t line = 1;
-        size_t column = 1;
-        for (size_t i = 0; i < end; ++i) {
-            if (text[i] == '\n') {
-                ++line;
-                column = 1;
-            } else {
-                ++column;
-            }
-        }
-        return "line " + std::to_string(line) + ", column " + std::to_string(column);
-    }
-
-    // The parser's own words without its exception tag and position.
+    // The parser's own words, without the prefix every value error shares.
     static std::string ParseProblem(const std::string& what) {
-        std::string problem = what;
-        size_t column = problem.find(", column ");
-        size_t colon = problem.find(": ", column == std::string::npos ? 0 : column);
-        if (colon != std::string::npos) {
-            problem = problem.substr(colon + 2);
-        }
+        std::string problem = internal::JsonErrorProblem(what);
         const std::string syntax = "syntax error while parsing value - ";
         if (problem.rfind(syntax, 0) == 0) {
             problem = problem.substr(syntax.size());
@@ -200,6 +182,11 @@ private:
         CheckKeys(value, where, {"prefix", "number"});
         if (value.contains("prefix")) {
             job_id.id_prefix = String(value["prefix"], where + "/prefix");
+            if (job_id.id_prefix.size() > kMaxNameBytes) {
+                Fail(where + "/prefix", "the prefix is " + std::to_string(job_id.id_prefix.size()) +
+                                            " bytes long; aggtree accepts at most " +
+                                            std::to_string(kMaxNameBytes));
+            }
         }
         if (value.contains("number")) {
             job_id.job_number =
@@ -249,8 +236,12 @@ private:
         }
     }
 
-    void AddPort(PortData port, std::vector<PortData>& ports) {
+    void AddPort(PortData port, std::vector<PortData>& ports, const std::string& where) {
         if (m_seen.emplace(port.port_guid, port.plane).second) {
+            if (ports.size() == kMaxHostPorts) {
+                Fail(where, "the job has more than " + std::to_string(kMaxHostPorts) +
+                                " ports; aggtree accepts at most that many");
+            }
             ports.push_back(port);
         }
     }
@@ -265,7 +256,7 @@ private:
                 Fail(at,
                      "unknown host '" + name + "': the fabric has no host of that name or GUID");
             }
-            AddPort(PortData{host->guid, host->plane}, ports);
+            AddPort(PortData{host->guid, host->plane}, ports, at);
         }
     }
 
@@ -289,7 +280,7 @@ private:
                 data.plane = static_cast<uint8_t>(
                     Unsigned(port["plane"], at + "/plane", std::numeric_limits<uint8_t>::max()));
             }
-            AddPort(data, ports);
+            AddPort(data, ports, at);
         }
     }
 
@@ -302,25 +293,24 @@ private:
 
 JobDescription ParseJobJson(std::string_view text, const std::string& file_name,
                             const Fabric& fabric) {
-    JobReader reader(file_name, fabric);
-    return reader.Read(text);
+    return NameFileOnOutOfMemory(file_name, [&] {
+        JobReader reader(file_name, fabric);
+        return reader.Read(text);
+    });
 }
 
 JobDescription LoadJobFile(const std::string& path, const Fabric& fabric) {
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) {
-        throw InputError(path, "", "is a directory, not a file");
-    }
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw InputError(path, "", "cannot open the file");
-    }
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) {
-        throw InputError(path, "", "cannot read the file");
-    }
-    return ParseJobJson(text.str(), path, fabric);
+    return NameFileOnOutOfMemory(path, [&] {
+        std::error_code ignored;
+        if (std::filesystem::is_directory(path, ignored)) {
+            throw InputError(path, "", "is a directory, not a file");
+        }
+        std::ifstream in(path, std::ios::binary);
+        if (!in) {
+            throw InputError(path, "", "cannot open the file");
+        }
+        return ParseJobJson(ReadLimitedStream(in, path), path, fabric);
+    });
 }
 
 }  // namespace aggtree

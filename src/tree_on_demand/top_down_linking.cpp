@@ -8,9 +8,11 @@
 // that child's own best group covers, so each leaf is reached through one child per
 // level.  In a Dragonfly+ tree a chosen relay switch met as a child is not linked here
 // (the links between islands give it its parent) but is walked below like any child.
-// A level costs O(routes x leaves): the best route is found by a linear scan for every
-// link made.
+// A level costs O(routes log routes) to order the routes once, plus the leaves of the
+// linked children's groups.
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "tree_on_demand/on_demand_tree_creator.h"
 #include "tree_on_demand/trees_log.h"
@@ -48,16 +50,26 @@ void CollectLevelRoutes(const TreeLevelMap& current_level, LeavesRouteMap& leave
     }
 }
 
-// The first route of the best score in the map's order.
-LeavesRouteMap::iterator FindBestRoute(LeavesRouteMap& leaves_route,
-                                       JobSubTreeInfo& job_sub_tree_info) {
-    auto best = leaves_route.begin();
+// The leaves of a level's routes in the order their routes are linked: best score first,
+// equal scores in the map's order.  Taking the first route left in this order is taking
+// the first route of the best score left in the map's order (scores compare by a key,
+// and erasing routes leaves the others' order as it is), without a scan per link.
+std::vector<AggNodeFabricInfo*> OrderRoutes(const LeavesRouteMap& leaves_route,
+                                            JobSubTreeInfo& job_sub_tree_info) {
+    std::vector<LeavesRouteMap::const_iterator> routes;
+    routes.reserve(leaves_route.size());
     for (auto it = leaves_route.begin(); it != leaves_route.end(); ++it) {
-        if (best->second.score->IsWorseThan(*it->second.score, job_sub_tree_info)) {
-            best = it;
-        }
+        routes.push_back(it);
     }
-    return best;
+    std::stable_sort(routes.begin(), routes.end(), [&](const auto& a, const auto& b) {
+        return b->second.score->IsWorseThan(*a->second.score, job_sub_tree_info);
+    });
+    std::vector<AggNodeFabricInfo*> leaves;
+    leaves.reserve(routes.size());
+    for (const auto& route : routes) {
+        leaves.push_back(route->first);
+    }
+    return leaves;
 }
 
 // The tree of a root that serves the whole job alone: just its own default tree node.
@@ -123,8 +135,11 @@ uint32_t OnDemandTreeCreator::QuasiFatTreeSelectBestRoute(
     LeavesRouteMap& leaves_route, JobSubTreeInfo& job_sub_tree_info,
     QuasiFatTreeInfoMap& agg_node_to_quasi_fat_tree_info, TreeLevelMap& next_level,
     NodesInTreeSet& nodes_in_tree, const AggNodeSet* relays) {
-    while (!leaves_route.empty()) {
-        auto best = FindBestRoute(leaves_route, job_sub_tree_info);
+    for (AggNodeFabricInfo* leaf : OrderRoutes(leaves_route, job_sub_tree_info)) {
+        auto best = leaves_route.find(leaf);
+        if (best == leaves_route.end()) {
+            continue;  // reached through a child linked before
+        }
         const BestRouteInfo route = best->second;
         if (relays != nullptr && relays->count(route.child_node) != 0) {
             // Its parent comes from the links between islands: one parent only.
@@ -144,8 +159,8 @@ uint32_t OnDemandTreeCreator::QuasiFatTreeSelectBestRoute(
                      "quasi_fat_tree_an_info not found for: %s",
                      route.child_node->port_info->GetName().c_str());
         // The child's own subtree reaches these leaves; no other route to them is needed.
-        for (AggNodeFabricInfo* leaf : it->second->best_group->leaf_nodes) {
-            leaves_route.erase(leaf);
+        for (AggNodeFabricInfo* covered : it->second->best_group->leaf_nodes) {
+            leaves_route.erase(covered);
         }
         next_level[route.child_node] = it->second.get();
     }

@@ -10,7 +10,8 @@
 // Cost: one score update and two word-wise ANDs per tree node, O(nodes * words) with
 // words = ceil((max_tree_id + 1) / 64), at most 1024; one bit clear per job tree id;
 // one scan that stops at the first non-zero word.  The two candidate arrays are the
-// only memory taken and are released on every path.
+// only memory taken and are released on every path; when neither can be allocated the
+// refusal is marked as running out of memory, not as a verdict on the job.
 #include <cstdint>
 #include <set>
 
@@ -69,6 +70,13 @@ int OnDemandTreeCreator::UpdateQuasiFatTreeJobSubTreeInfo(JobSubTreeInfo& job_su
     if (!first_choice.FindFirstSet(tree_id) && !second_choice.FindFirstSet(tree_id)) {
         TREES_LOG(kLogLevelError, "Couldn't find any available tree id to use for the job\n");
         job_sub_tree_info.error_text += "Couldn't find any available tree id to use for the job\n";
+        if (first_choice.GetBitCount() == 0 && second_choice.GetBitCount() == 0) {
+            // Neither array could be allocated: no tree id was looked at, so the refusal
+            // says nothing about the job.
+            m_last_failure = {InternalFailure::kOutOfMemory,
+                              "out of memory while choosing the tree id (the tree id arrays "
+                              "could not be allocated)"};
+        }
         return 1;
     }
 

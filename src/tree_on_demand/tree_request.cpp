@@ -94,6 +94,15 @@ int OnDemandTreeCreator::CreateTree(const JobPortSet& ports, const JobResource& 
     }
     m_tree_nodes.clear();
 
+    if (ports.empty()) {
+        // Beyond the entry's contract (the job's plane is its first port's), but a caller
+        // that passes no port gets a refusal, not undefined behaviour.
+        static constexpr const char* kNoPorts = "The job has no ports: there is no tree to build\n";
+        job_sub_tree_info.job_id = job_id;
+        job_sub_tree_info.error_text += kNoPorts;
+        TREES_LOG(kLogLevelError, "Job %s: %s", job_id.ToString().c_str(), kNoPorts);
+        return 1;
+    }
     const uint8_t plane = (*ports.begin())->plane;
     job_sub_tree_info.plane = plane;
     job_sub_tree_info.job_id = job_id;

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,9 +45,17 @@ inline std::string Example(const std::string& name) {
     return (SourceDir() / "examples" / name).string();
 }
 
+// Bounds of one run, so that a hang or a runaway allocation fails the test instead of
+// stalling the suite.
+struct RunLimits {
+    unsigned seconds = 0;            // SIGALRM (exit code 142) after this long; 0: no bound
+    size_t address_space_bytes = 0;  // RLIMIT_AS of the run; 0: no bound
+};
+
 // Runs aggtree with `args`; `env` entries replace or add environment variables.
 inline RunResult RunAggtree(const std::vector<std::string>& args,
-                            const std::map<std::string, std::string>& env = {}) {
+                            const std::map<std::string, std::string>& env = {},
+                            const RunLimits& limits = {}) {
     RunResult result;
     int out_pipe[2];
     int err_pipe[2];
@@ -69,6 +78,13 @@ inline RunResult RunAggtree(const std::vector<std::string>& args,
         }
         for (const auto& [name, value] : env) {
             setenv(name.c_str(), value.c_str(), 1);
+        }
+        if (limits.address_space_bytes != 0) {
+            rlimit bound{limits.address_space_bytes, limits.address_space_bytes};
+            setrlimit(RLIMIT_AS, &bound);
+        }
+        if (limits.seconds != 0) {
+            alarm(limits.seconds);
         }
         std::vector<std::string> argv_strings = {AGGTREE_BINARY};
         argv_strings.insert(argv_strings.end(), args.begin(), args.end());

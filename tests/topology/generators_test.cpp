@@ -620,11 +620,13 @@ TEST(Director, BadParametersAreRefused) {
               "2 cables per edge switch into each chassis cannot spread over 3 leaf cards");
     p = {};
     p.edge_switches = 1 << 24;
-    EXPECT_EQ(RefusalOf(director(p)), "the director fabric would be too large");
+    EXPECT_EQ(RefusalOf(director(p)),
+              "the fabric would have 16777351 switches; aggtree accepts at most 262144");
     p = {};
     p.leaf_cards = 100000;
     p.spine_cards = 100000;
-    EXPECT_EQ(RefusalOf(director(p)), "the director fabric would be too large");
+    EXPECT_EQ(RefusalOf(director(p)),
+              "the fabric would have 600078 switches; aggtree accepts at most 262144");
     p = {};
     p.hosts_per_edge = 0;
     p.max_cards_per_chassis = 1;

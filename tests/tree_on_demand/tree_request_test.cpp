@@ -343,4 +343,36 @@ TEST(TreeRequest, SuccessfulRequestResetsTheScoreForTheJob) {
     EXPECT_EQ(run.score.priority, ZELTA_RESOURCE_PRIORITY_LOAD_BALANCE);
 }
 
+TEST(TreeRequest, AnEmptyPortSetIsRefusedWithAReason) {
+    FabricSketch sketch = TwoLeavesOneSpine();
+    sketch.Host("h1", "leaf-1").Host("h2", "leaf-2");
+    InstalledFabric fabric(sketch);
+    OnDemandTreeCreator creator;
+    JobRun earlier = RunJob(creator, fabric, {"h1", "h2"});
+    ASSERT_EQ(earlier.status, 0);
+    // Read now: the next request destroys the nodes the record points at.
+    const std::vector<std::string> earlier_switches = earlier.SwitchNames();
+    LogCapture log(kLogLevelError);
+
+    JobSubTreeInfo info;
+    JobSubTreeScore score;
+    const int status =
+        creator.CreateTree(JobPortSet{}, JobResource{}, ZeltaExtJobId{42, 0, "slurm"}, info, score);
+
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(info.error_text, "The job has no ports: there is no tree to build\n");
+    EXPECT_EQ(info.job_id.ToString(), "slurm_42");
+    EXPECT_THAT(info.tree_nodes, IsEmpty());
+    EXPECT_THAT(log.Messages(kLogLevelError),
+                ElementsAre("Job slurm_42: The job has no ports: there is no tree to build\n"));
+    EXPECT_EQ(creator.LastInternalFailure().kind, InternalFailure::kNone);
+    // The earlier job's nodes are gone from the switches, as at the start of any request.
+    EXPECT_THAT(creator.GetCreatedTreeNodes(), IsEmpty());
+    EXPECT_EQ(fabric.Switch("spine")->GetTreeNode(kDefaultTreeId), nullptr);
+
+    JobRun next = RunJob(creator, fabric, {"h1", "h2"});
+    EXPECT_EQ(next.status, 0);
+    EXPECT_EQ(next.SwitchNames(), earlier_switches);
+}
+
 }  // namespace

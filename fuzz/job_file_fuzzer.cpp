@@ -1,0 +1,14 @@
+// libFuzzer target: the job file reader (fuzz_entries.h).
+#include <cstdio>
+#include <cstdlib>
+
+#include "fuzz/fuzz_entries.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string broken = aggtree::fuzz::FuzzJobFile(data, size);
+    if (!broken.empty()) {
+        std::fprintf(stderr, "%s\n", broken.c_str());
+        std::abort();
+    }
+    return 0;
+}
