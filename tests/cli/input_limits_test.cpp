@@ -2,6 +2,7 @@
 // spine for every leaf, thousands of Dragonfly+ groups, huge names or files) is refused
 // within seconds with exit 2 and a message naming the limit it passes, while inputs at
 // the limits load and build.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -12,6 +13,7 @@
 namespace aggtree_cli_test {
 namespace {
 
+using ::testing::HasSubstr;
 using Json = nlohmann::json;
 
 constexpr unsigned kSecondsPerRun = 30;
@@ -157,7 +159,9 @@ TEST_F(InputLimitsTest, ASpineWithSeventyThousandChildrenIsRefusedNamingThePortL
         "ports); aggtree accepts at most 4096 per switch");
 }
 
-TEST_F(InputLimitsTest, ASpineWithFourThousandChildrenBuildsTheirTree) {
+// A child index tells 256 children apart, so the job is refused, within seconds and
+// saying why; 256 of the children still get their tree.
+TEST_F(InputLimitsTest, ASpineWithFourThousandChildrenEndsWithinSecondsSayingWhy) {
     const std::string fabric = Write("fan.json", Fan(4096));
     Json job = {{"hosts", Json::array()}};
     for (size_t i = 0; i < 4096; ++i) {
@@ -166,10 +170,21 @@ TEST_F(InputLimitsTest, ASpineWithFourThousandChildrenBuildsTheirTree) {
     const std::string job_file = Write("job.json", job);
     RunResult build = RunAggtree({"build", "--fabric", fabric, "--job", job_file, "--json"}, {},
                                  {kSecondsPerRun, 0});
-    ASSERT_EQ(build.exit_code, 0) << build.err;
-    Json result = Json::parse(build.out);
+    ASSERT_EQ(build.exit_code, 1) << build.err;
+    EXPECT_THAT(build.err, HasSubstr("lowered to 256"));
+    EXPECT_NE(Json::parse(build.out)["error_text"], "");
+
+    Json few = {{"hosts", Json::array()}};
+    for (size_t i = 0; i < 256; ++i) {
+        few["hosts"].push_back("h" + std::to_string(i * 16));
+    }
+    RunResult served =
+        RunAggtree({"build", "--fabric", fabric, "--job", Write("few.json", few), "--json"}, {},
+                   {kSecondsPerRun, 0});
+    ASSERT_EQ(served.exit_code, 0) << served.err;
+    Json result = Json::parse(served.out);
     EXPECT_EQ(result["root"], "spine");
-    EXPECT_EQ(result["tree_nodes"][0]["num_children"], 4096);
+    EXPECT_EQ(result["tree_nodes"][0]["num_children"], 256);
 }
 
 TEST_F(InputLimitsTest, MoreDragonflyPlusGroupsThanTheLimitAreRefused) {
