@@ -178,6 +178,67 @@ void Fabric::SetJobTreeIds(const std::string& job_text, std::set<uint16_t> tree_
     m_job_tree_ids[job_text] = std::move(tree_ids);
 }
 
+JobTreeIdChange Fabric::AddJobTreeId(const std::string& job_text, uint16_t tree_id) {
+    JobTreeIdChange change;
+    auto [entry, created] = m_job_tree_ids.try_emplace(job_text);
+    change.entry_created = created;
+    try {
+        change.tree_id_added = entry->second.insert(tree_id).second;
+    } catch (...) {
+        if (created) {
+            m_job_tree_ids.erase(entry);
+        }
+        throw;
+    }
+    return change;
+}
+
+void Fabric::UndoJobTreeId(const std::string& job_text, uint16_t tree_id, JobTreeIdChange change) {
+    auto entry = m_job_tree_ids.find(job_text);
+    if (entry == m_job_tree_ids.end()) {
+        return;
+    }
+    if (change.tree_id_added) {
+        entry->second.erase(tree_id);
+    }
+    if (change.entry_created && entry->second.empty()) {
+        m_job_tree_ids.erase(entry);
+    }
+}
+
+FabricDescription Fabric::Snapshot() const {
+    FabricDescription snapshot = m_description;
+    snapshot.max_tree_id = max_tree_id;
+    for (size_t i = 0; i < m_switches.size(); ++i) {
+        const AggNodeFabricInfo& sw = m_switches[i];
+        SwitchDescription& described = snapshot.switches[i];
+        described.resources = sw.resources;
+        described.active_trees = sw.active_trees;
+        described.used_tree_ids.clear();
+        for (uint64_t id = 0; id < sw.free_tree_ids.GetBitCount(); ++id) {
+            if (!sw.free_tree_ids.IsBitSet(id)) {
+                described.used_tree_ids.push_back(static_cast<uint16_t>(id));
+            }
+        }
+    }
+    snapshot.job_tree_ids.clear();
+    std::set<std::string> written;
+    auto write = [&](const std::string& job) {
+        auto held = m_job_tree_ids.find(job);
+        if (held != m_job_tree_ids.end() && written.insert(job).second) {
+            snapshot.job_tree_ids.push_back(
+                JobTreeIdsDescription{job, {held->second.begin(), held->second.end()}});
+        }
+    };
+    for (const JobTreeIdsDescription& loaded : m_description.job_tree_ids) {
+        write(loaded.job);
+    }
+    for (const auto& [job, ids] : m_job_tree_ids) {
+        write(job);
+    }
+    return snapshot;
+}
+
 const AggNodeFabricInfo* Fabric::FindSwitch(std::string_view name_or_guid) const {
     auto by_name = m_switch_by_name.find(std::string(name_or_guid));
     if (by_name != m_switch_by_name.end()) {

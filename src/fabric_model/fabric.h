@@ -23,6 +23,12 @@ struct HostRecord {
     AggNodeFabricInfo* attached_switch = nullptr;
 };
 
+// What AddJobTreeId changed: whether the tree id and the job's entry were new.
+struct JobTreeIdChange {
+    bool tree_id_added = false;  // the job did not hold the id before
+    bool entry_created = false;  // the job had no entry at all before
+};
+
 class Fabric {
 public:
     // Builds the model; throws std::invalid_argument for a description it cannot hold
@@ -43,6 +49,18 @@ public:
 
     // Records the tree ids a job holds (replacing what was recorded).
     void SetJobTreeIds(const std::string& job_text, std::set<uint16_t> tree_ids);
+
+    // Adds one tree id to what the job holds; says what was new, for UndoJobTreeId.
+    JobTreeIdChange AddJobTreeId(const std::string& job_text, uint16_t tree_id);
+
+    // Takes back exactly what AddJobTreeId reported as new.
+    void UndoJobTreeId(const std::string& job_text, uint16_t tree_id, JobTreeIdChange change);
+
+    // The description with the model's present state: each switch's free resources,
+    // used tree ids (ascending) and active trees, the fabric's max_tree_id, and the tree
+    // ids jobs hold (jobs of the loaded description first, in its order, then jobs
+    // recorded since, by job text).  Written out, it is the fabric file of the model now.
+    FabricDescription Snapshot() const;
 
     // The switch with that name or GUID text ("0x..."), or null.
     AggNodeFabricInfo* FindSwitch(std::string_view name_or_guid);
