@@ -68,6 +68,20 @@ void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 
+// The nothrow forms (used by the standard library's temporary buffers, for example in
+// std::stable_sort) must come from the same allocator as the deletes above.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+
 // Stands in for the C library's: fails while armed, else passes the call on to the next
 // definition (the C library's, or a sanitizer's or memory checker's).
 extern "C" int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
