@@ -37,9 +37,6 @@ void PrintError(const std::string& text) {
 }  // namespace
 
 int Run(int argc, char** argv) {
-    // Enough for the largest JSON document the loaders can free while unwinding.
-    constexpr size_t kReserveBytes = size_t{16} << 20;
-    MemoryReserve reserve(kReserveBytes);
     CLI::App app{
         "aggtree: in-network aggregation trees for parallel jobs on quasi fat trees and "
         "Dragonfly+ fabrics",
@@ -69,6 +66,11 @@ int Run(int argc, char** argv) {
                    "' (commands: build, generate, convert, info, demo; see 'aggtree --help')");
         return kExitBadInput;
     }
+    // Enough for the largest JSON document the loaders can free while unwinding.  Taken
+    // once the commands are set up: under a tight address-space limit the reserve takes
+    // what there is, and setting up the commands must not be what runs out.
+    constexpr size_t kReserveBytes = size_t{16} << 20;
+    MemoryReserve reserve(kReserveBytes);
     try {
         app.parse(argc, argv);
         return exit_status;
