@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(g++ make cmake pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
-          nlohmann-json3-dev libcli11-dev librapidcheck-dev graphviz
+          nlohmann-json3-dev libcli11-dev librapidcheck-dev graphviz gnuplot-nox
           clang-14 libclang-rt-14-dev valgrind)
 missing=()
 for package in "${packages[@]}"; do

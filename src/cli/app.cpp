@@ -53,6 +53,8 @@ int Run(int argc, char** argv) {
     AddConvertCommand(app, exit_status);
     AddInfoCommand(app, exit_status);
     AddDemoCommand(app, exit_status);
+    AddSimulateCommand(app, exit_status);
+    AddTraceCommand(app, exit_status);
     auto is_command = [&app](const std::string& name) {
         for (const CLI::App* command : app.get_subcommands({})) {
             if (command->check_name(name)) {
@@ -63,7 +65,8 @@ int Run(int argc, char** argv) {
     };
     if (argc > 1 && argv[1][0] != '-' && !is_command(argv[1])) {
         PrintError(std::string("aggtree: unknown command '") + argv[1] +
-                   "' (commands: build, generate, convert, info, demo; see 'aggtree --help')");
+                   "' (commands: build, generate, convert, info, demo, simulate, trace; see "
+                   "'aggtree --help')");
         return kExitBadInput;
     }
     // Enough for the largest JSON document the loaders can free while unwinding.  Taken

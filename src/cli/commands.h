@@ -12,5 +12,7 @@ void AddGenerateCommand(CLI::App& app, int& exit_status);
 void AddConvertCommand(CLI::App& app, int& exit_status);
 void AddInfoCommand(CLI::App& app, int& exit_status);
 void AddDemoCommand(CLI::App& app, int& exit_status);
+void AddSimulateCommand(CLI::App& app, int& exit_status);
+void AddTraceCommand(CLI::App& app, int& exit_status);
 
 }  // namespace aggtree::cli

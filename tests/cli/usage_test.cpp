@@ -52,8 +52,8 @@ const Misuse kMisuses[] = {
     {"NoCommand", {}, "aggtree: A subcommand is required (see 'aggtree --help')"},
     {"UnknownCommand",
      {"plant"},
-     "aggtree: unknown command 'plant' (commands: build, generate, convert, info, demo; see "
-     "'aggtree --help')"},
+     "aggtree: unknown command 'plant' (commands: build, generate, convert, info, demo, "
+     "simulate, trace; see 'aggtree --help')"},
     {"BuildWithoutFabric",
      {"build", "--hosts", "node001"},
      "aggtree: --fabric is required (see 'aggtree --help')"},
