@@ -72,7 +72,8 @@ std::string ReplayPlotScript(const std::vector<TimelinePoint>& timeline,
     for (const TimelinePoint* point : Thinned(timeline)) {
         script += Number(point->time / unit) + " " + std::to_string(point->trees_held) + " " +
                   std::to_string(point->tree_ids_in_use) + " " + std::to_string(point->served) +
-                  " " + std::to_string(point->refused + point->internal_failures) + "\n";
+                  " " + std::to_string(point->refused + point->internal_failures) + " " +
+                  std::to_string(point->skipped) + "\n";
     }
     script += "EOD\n$load << EOD\n";
     const SwitchLoad& load = summary.switch_load;
@@ -94,11 +95,12 @@ std::string ReplayPlotScript(const std::vector<TimelinePoint>& timeline,
         "plot $timeline using 1:2 with steps lw 2 title \"trees held\", "
         "$timeline using 1:3 with steps lw 1 title \"tree ids in use\"\n";
     script +=
-        "set title \"Jobs served with a tree and refused (cumulative)\"\n"
+        "set title \"Jobs served with a tree, refused, and skipped (cumulative)\"\n"
         "set ylabel \"jobs\"\n";
     script +=
         "plot $timeline using 1:4 with steps lw 2 title \"served\", "
-        "$timeline using 1:5 with steps lw 2 title \"refused\"\n";
+        "$timeline using 1:5 with steps lw 2 title \"refused\", "
+        "$timeline using 1:6 with steps lw 1 dt 2 title \"skipped (no hosts)\"\n";
     script += "set title " +
               Quoted("Active trees per switch at the peak (t=" + Number(load.at) + " s, " +
                      std::to_string(load.trees_held) + " trees held; max " +

@@ -105,6 +105,7 @@ struct TimelinePoint {
     uint64_t served = 0;             // so far
     uint64_t refused = 0;            // so far
     uint64_t internal_failures = 0;  // so far
+    uint64_t skipped = 0;            // so far, jobs left out while the trace was read included
 };
 
 }  // namespace aggtree

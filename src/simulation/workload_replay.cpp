@@ -173,7 +173,8 @@ ReplaySummary WorkloadReplay::Run(const Trace& trace, const ReplayEventSink& on_
         }
         m_timeline.push_back(TimelinePoint{order.time, m_ledger.Size(), m_tree_ids_in_use,
                                            m_summary.served, m_summary.refused.Total(),
-                                           m_summary.internal_failures.Total()});
+                                           m_summary.internal_failures.Total(),
+                                           m_summary.skipped.Total()});
         if (on_event) {
             on_event(event);
         }
