@@ -80,6 +80,9 @@ std::string ReplayPlotScript(const std::vector<TimelinePoint>& timeline,
     for (size_t k = 0; k < load.histogram.size(); ++k) {
         script += std::to_string(k) + " " + std::to_string(load.histogram[k]) + "\n";
     }
+    if (load.histogram.empty()) {
+        script += "0 0\n";  // no switch serves jobs: an empty bar keeps the panel drawable
+    }
     script += "EOD\n";
     script +=
         "if (strstrt(GPVAL_TERMINALS, \"pngcairo\") > 0) {\n"
@@ -90,6 +93,18 @@ std::string ReplayPlotScript(const std::vector<TimelinePoint>& timeline,
     script += "set output " + Quoted(png_path) + "\n";
     script += "set multiplot layout 3,1 title " + Quoted(title) + "\n";
     script += "set grid\nset key top left\nset xlabel " + Quoted(time_label) + "\n";
+    // Counts start at 0; a replay with nothing in it still gets axes to draw.
+    uint64_t highest = 0;
+    for (const TimelinePoint& point : timeline) {
+        highest = std::max({highest, point.trees_held, uint64_t{point.tree_ids_in_use},
+                            point.served, point.refused + point.internal_failures, point.skipped});
+    }
+    const std::string count_range = highest == 0 ? "[0:1]" : "[0:*]";
+    script += "set yrange " + count_range + "\n";
+    if (span <= 0) {
+        const double at = summary.first_time / unit;
+        script += "set xrange [" + Number(at - 1) + ":" + Number(at + 1) + "]\n";
+    }
     script += "set title \"Trees held and tree ids in use\"\nset ylabel \"trees\"\n";
     script +=
         "plot $timeline using 1:2 with steps lw 2 title \"trees held\", "

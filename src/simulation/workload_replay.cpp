@@ -1,6 +1,7 @@
 #include "simulation/workload_replay.h"
 
 #include <algorithm>
+#include <chrono>
 #include <stdexcept>
 #include <tuple>
 
@@ -39,10 +40,12 @@ public:
             if (record.level == kLogLevelError && record.module == kLogModuleTrees) {
                 errors.emplace_back(record.message);
             }
-            if (forward && m_previous) {
-                m_previous(record);
+            if (forward) {
+                m_forward(record);
             }
         });
+        // No sink installed means the default one: text on standard error.
+        m_forward = m_previous ? m_previous : MakeTextLogSink(stderr);
     }
     ~RequestLogCapture() { log_set_sink(m_previous); }
     RequestLogCapture(const RequestLogCapture&) = delete;
@@ -50,6 +53,7 @@ public:
 
 private:
     LogSink m_previous;
+    LogSink m_forward;
 };
 
 const char* InternalFailureName(InternalFailure kind) {
@@ -161,7 +165,9 @@ ReplaySummary WorkloadReplay::Run(const Trace& trace, const ReplayEventSink& on_
     RecordSwitchLoad(m_summary.first_time);
 
     std::vector<RunningJob> states(trace.jobs.size());
-    m_timeline.reserve(events.size());
+    m_timeline.reserve(events.size() + 1);
+    m_timeline.push_back(TimelinePoint{m_summary.first_time, 0, m_tree_ids_in_use, 0, 0, 0,
+                                       m_summary.skipped.Total()});
     for (const Event& order : events) {
         ReplayEvent event;
         event.time = order.time;
@@ -303,10 +309,7 @@ void WorkloadReplay::End(size_t job_index, RunningJob& state, double time, Repla
         const CommittedTree& tree = *m_ledger.Find(job_id);
         event.had_tree = true;
         event.tree_id = tree.TreeId();
-        std::vector<AggNodeFabricInfo*> switches;
-        for (const auto& node : tree.Nodes()) {
-            switches.push_back(node->agg_node);
-        }
+        const size_t switches = tree.Nodes().size();
         LedgerStatus released = m_ledger.Release(job_id);
         if (!released.ok()) {
             throw std::logic_error(released.error_text);  // the replay committed it
@@ -338,8 +341,9 @@ void WorkloadReplay::OnCommitted(const CommittedTree& tree, double time) {
     }
 }
 
-void WorkloadReplay::OnReleased(uint16_t tree_id, const std::vector<AggNodeFabricInfo*>& switches) {
-    for (size_t i = 0; i < switches.size(); ++i) {
+void WorkloadReplay::OnReleased(uint16_t tree_id, size_t switches) {
+    // The id was not free on each of the tree's switches; now it is again.
+    for (size_t i = 0; i < switches; ++i) {
         if (--m_tree_id_holders[tree_id] == 0) {
             --m_tree_ids_in_use;
         }

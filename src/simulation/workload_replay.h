@@ -18,10 +18,8 @@
 // of trees held reaches a new peak.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -82,7 +80,7 @@ public:
     // before anything runs.  Trees of jobs that never end stay committed (see Ledger()).
     ReplaySummary Run(const Trace& trace, const ReplayEventSink& on_event = {});
 
-    // The state after every event of the last Run.
+    // The state before the first event (at its time) and after every event of the run.
     const std::vector<TimelinePoint>& Timeline() const { return m_timeline; }
 
     // The trees committed to the model.
@@ -99,7 +97,7 @@ private:
     void RequestTree(const TraceJob& job, RunningJob& state, double time, ReplayEvent& event);
     void End(size_t job_index, RunningJob& state, double time, ReplayEvent& event);
     void OnCommitted(const CommittedTree& tree, double time);
-    void OnReleased(uint16_t tree_id, const std::vector<AggNodeFabricInfo*>& switches);
+    void OnReleased(uint16_t tree_id, size_t switches);
     void RecordSwitchLoad(double time);
     void CountInitialTreeIds();
 

@@ -193,6 +193,29 @@ TEST_F(SimulateCommandTest, BadJsonLinesTraceIsNamedWithExitStatusTwo) {
         << run.err;
 }
 
+TEST_F(SimulateCommandTest, BuildersLogIsShownOnlyWhenAskedFor) {
+    RunResult quiet = RunAggtree({"simulate", "--fabric", Example("two-tree-ids.json"), "--trace",
+                                  Example("two-tree-ids-trace.jsonl")});
+    ASSERT_EQ(quiet.exit_code, 0) << quiet.err;
+    EXPECT_EQ(quiet.err, "");
+    RunResult logged = RunAggtree({"simulate", "--fabric", Example("two-tree-ids.json"), "--trace",
+                                   Example("two-tree-ids-trace.jsonl"), "--log-level", "TREES=4",
+                                   "--log-format", "jsonl", "--log-file", Path("replay.log")});
+    ASSERT_EQ(logged.exit_code, 0) << logged.err;
+    EXPECT_EQ(logged.err, "");
+    EXPECT_EQ(WithoutTimes(logged.out), WithoutTimes(quiet.out));
+    std::vector<std::string> lines = Lines(ReadFile(Path("replay.log")));
+    ASSERT_FALSE(lines.empty());
+    size_t picked_roots = 0;
+    for (const std::string& line : lines) {
+        Json record = Json::parse(line);
+        EXPECT_EQ(record["module"], "TREES  ");
+        picked_roots +=
+            record["message"].get<std::string>().rfind("Post-bottomup picked root=", 0) == 0;
+    }
+    EXPECT_EQ(picked_roots, 5u) << "one root per served job";
+}
+
 TEST_F(SimulateCommandTest, BadOptionsAreUsageErrors) {
     RunResult run = RunAggtree({"simulate", "--fabric", Example("fat-tree.json"), "--trace",
                                 Example("two-tree-ids-trace.jsonl"), "--placement", "packed"});
@@ -215,6 +238,14 @@ TEST_F(SimulateCommandTest, PlotIsAPngPicture) {
     const std::string png = ReadFile(Path("replay.png"));
     ASSERT_GT(png.size(), 1000u);
     EXPECT_EQ(png.substr(0, 8), std::string("\x89PNG\r\n\x1a\n", 8));
+
+    // A trace with no job at all still makes a picture, without complaints.
+    std::string empty = WriteFile("empty.swf", "; no jobs\n");
+    RunResult nothing = RunAggtree({"simulate", "--fabric", Example("fat-tree.json"), "--trace",
+                                    empty, "--plot", Path("empty.png")});
+    ASSERT_EQ(nothing.exit_code, 0) << nothing.err;
+    EXPECT_EQ(nothing.err, "");
+    EXPECT_EQ(ReadFile(Path("empty.png")).substr(0, 4), "\x89PNG");
 }
 
 TEST_F(SimulateCommandTest, PlotWithoutGnuplotIsRefusedBeforeAnythingRuns) {

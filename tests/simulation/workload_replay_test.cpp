@@ -109,10 +109,18 @@ TEST(WorkloadReplay, HandMadeTraceGoesAsWorkedOut) {
                 }
             });
         EXPECT_EQ(replay.Ledger().Size(), 0u);
-        ASSERT_EQ(replay.Timeline().size(), seen.size());
-        EXPECT_EQ(replay.Timeline()[1].trees_held, 2u);
-        EXPECT_EQ(replay.Timeline()[1].tree_ids_in_use, 2u);
-        EXPECT_EQ(replay.Timeline()[2].refused, 1u);
+        // The state before the first event, then after each.
+        ASSERT_EQ(replay.Timeline().size(), seen.size() + 1);
+        EXPECT_EQ(replay.Timeline()[0].trees_held, 0u);
+        EXPECT_EQ(replay.Timeline()[1].trees_held, 1u);
+        EXPECT_EQ(replay.Timeline()[2].trees_held, 2u);
+        EXPECT_EQ(replay.Timeline()[2].tree_ids_in_use, 2u);
+        EXPECT_EQ(replay.Timeline()[3].refused, 1u);
+        EXPECT_EQ(replay.Timeline()[4].skipped, 1u);
+        EXPECT_EQ(replay.Timeline()[5].time, 4.0);
+        EXPECT_EQ(replay.Timeline()[5].trees_held, 1u);
+        EXPECT_EQ(replay.Timeline().back().trees_held, 0u);
+        EXPECT_EQ(replay.Timeline().back().served, 5u);
     }
     const std::vector<SeenEvent> expected = {
         {0, 1, JobOutcome::kServed, 0, "spine-1"}, {1, 2, JobOutcome::kServed, 1, "spine-2"},
