@@ -32,13 +32,6 @@ bool IsBlank(std::string_view line) {
     return line.find_first_not_of(" \t\r\f\v") == std::string_view::npos;
 }
 
-std::string ParseErrorText(const nlohmann::json::parse_error& error) {
-    // "[json.exception.parse_error.101] parse error at line 1, column 5: syntax error ..."
-    std::string text = error.what();
-    size_t colon = text.find(": ");
-    return colon == std::string::npos ? text : text.substr(colon + 2);
-}
-
 std::string TimeText(double seconds) {
     char buffer[64];
     auto [end, ec] = std::to_chars(buffer, buffer + sizeof(buffer), seconds);

@@ -6,8 +6,6 @@
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
-
 namespace aggtree::internal {
 
 // Calls `visit(line, number)` for every line of `text` (numbers from 1), without the
@@ -16,9 +14,6 @@ void ForEachLine(std::string_view text, const std::function<void(std::string_vie
 
 // True when the line holds nothing but blanks.
 bool IsBlank(std::string_view line);
-
-// The reason of a JSON parse error without the library's prefix and position.
-std::string ParseErrorText(const nlohmann::json::parse_error& error);
 
 // A time in seconds as the shortest text that reads back the same ("9.5", "12").
 std::string TimeText(double seconds);

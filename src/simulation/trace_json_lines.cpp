@@ -8,6 +8,8 @@
 
 #include "simulation/trace.h"
 #include "simulation/trace_internal.h"
+#include "topology/input_limits.h"
+#include "topology/topology_internal.h"
 
 namespace aggtree {
 
@@ -28,14 +30,28 @@ public:
         throw InputError(m_file, "line " + std::to_string(m_line), problem);
     }
 
+    // The line's JSON, nested no deeper than the fabric file may be; the parser's words
+    // with overlong tokens cut short.
     json Parse(std::string_view text) const {
         try {
-            return json::parse(text);
+            return internal::ParseJsonNestingLimited(text, m_file);
         } catch (const json::parse_error& error) {
-            throw InputError(
-                m_file, "line " + std::to_string(m_line) + ", column " + std::to_string(error.byte),
-                std::string("malformed JSON: ") + internal::ParseErrorText(error));
+            throw InputError(m_file, At("line 1, column " + std::to_string(error.byte)),
+                             "malformed JSON: " + internal::JsonErrorProblem(error.what()));
+        } catch (const InputError& error) {
+            throw InputError(m_file, At(error.where()), error.problem());
         }
+    }
+
+    // A place the JSON reader named within the line ("line 1, column 7", or nothing) as a
+    // place in the file.
+    std::string At(const std::string& within_line) const {
+        const std::string first_line = "line 1";
+        const std::string line = "line " + std::to_string(m_line);
+        if (within_line.rfind(first_line, 0) == 0) {
+            return line + within_line.substr(first_line.size());
+        }
+        return line;
     }
 
     double Time(const json& event) const {
@@ -53,16 +69,27 @@ public:
         return value.get<uint64_t>();
     }
 
+    // No fabric aggtree reads has more hosts, or longer host names, than its limits allow.
     std::vector<std::string> Hosts(const json& value) const {
         if (!value.is_array() || value.empty()) {
             Fail("\"hosts\" must be a non-empty array of host names");
+        }
+        if (value.size() > kMaxHostPorts) {
+            Fail("\"hosts\" lists " + std::to_string(value.size()) +
+                 " hosts; aggtree accepts fabrics of at most " + std::to_string(kMaxHostPorts));
         }
         std::vector<std::string> hosts;
         for (const json& host : value) {
             if (!host.is_string()) {
                 Fail("\"hosts\" must be a non-empty array of host names");
             }
-            hosts.push_back(host.get<std::string>());
+            const std::string& name = host.get_ref<const std::string&>();
+            if (name.size() > kMaxNameBytes) {
+                Fail("a host name is " + std::to_string(name.size()) +
+                     " bytes long; aggtree accepts names of at most " +
+                     std::to_string(kMaxNameBytes) + " bytes");
+            }
+            hosts.push_back(name);
         }
         return hosts;
     }

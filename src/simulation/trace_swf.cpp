@@ -1,5 +1,6 @@
 // The Standard Workload Format reader.  One pass over the lines; each job line is split
 // into its 18 fields and read as numbers, so the cost is linear in the file's size.
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <string>
@@ -62,8 +63,9 @@ public:
         }
         auto [end, ec] = std::from_chars(first, text.data() + text.size(), value);
         if (ec != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
+            constexpr size_t kShown = 40;
             Fail("field " + std::to_string(static_cast<size_t>(field)) + " is not a number: '" +
-                 std::string(text) + "'");
+                 std::string(text.substr(0, kShown)) + (text.size() > kShown ? "...'" : "'"));
         }
         return value;
     }
@@ -84,6 +86,17 @@ private:
     size_t m_line_number;
     std::string_view m_fields[kSwfFields];
 };
+
+// Whole numbers up to here are held exactly by a double: the largest job number, and the
+// number of hosts a job too large for any fabric is held at.
+constexpr double kLargestExactWholeNumber = 9007199254740992.0;  // 2^53
+
+// ceil(processors / procs_per_host), held at 2^53 when larger (the job is then larger
+// than the fabric) so that it converts.
+uint64_t HostsFor(double processors, uint64_t procs_per_host) {
+    const double hosts = std::ceil(processors / static_cast<double>(procs_per_host));
+    return static_cast<uint64_t>(std::min(hosts, kLargestExactWholeNumber));
+}
 
 // A job's size in processors: the allocated processors, else the requested ones; 0 when
 // neither is known.
@@ -113,8 +126,8 @@ Trace ParseSwfTrace(std::string_view text, const std::string& file,
         SwfLine fields(line, file, line_number);
         fields.CheckAllNumbers();
         double number = fields.Number(kJobNumber);
-        if (number < 0 || number != std::floor(number)) {
-            fields.Fail("field 1 (job number) must be a whole number of 0 or more");
+        if (number < 0 || number != std::floor(number) || number > kLargestExactWholeNumber) {
+            fields.Fail("field 1 (job number) must be a whole number from 0 to 2^53");
         }
         const auto job_number = static_cast<uint64_t>(number);
         auto [earlier, fresh] = job_line.emplace(job_number, line_number);
@@ -142,9 +155,11 @@ Trace ParseSwfTrace(std::string_view text, const std::string& file,
         job.job = job_number;
         job.start = submit + (wait < 0 ? 0 : wait);
         job.end = job.start + run;
+        if (!std::isfinite(*job.end)) {
+            fields.Fail("the job's start or end time is too large");
+        }
         job.request = HostRequest::kCount;
-        job.count =
-            static_cast<uint64_t>(std::ceil(processors / static_cast<double>(procs_per_host)));
+        job.count = HostsFor(processors, procs_per_host);
         job.start_line = line_number;
         job.end_line = line_number;
         trace.jobs.push_back(std::move(job));

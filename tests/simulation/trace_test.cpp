@@ -103,6 +103,23 @@ TEST(JsonLinesTrace, EveryProblemNamesItsLine) {
               "line 2, column 21: malformed JSON: sy");
 }
 
+TEST(JsonLinesTrace, InputBeyondTheLimitsIsRefusedNamingItsLine) {
+    const std::string start = "{\"t\": 0, \"op\": \"start\", \"job\": 1, \"count\": 2}\n";
+    EXPECT_EQ(JsonLinesError(start + std::string(40, '[') + std::string(40, ']') + "\n"),
+              "line 2: the JSON nests deeper than 32 levels (aggtree's files nest at most 4)");
+    EXPECT_EQ(JsonLinesError(start + "{\"t\": 1e400, \"op\": \"end\", \"job\": 1}\n"),
+              "line 2, column 11: malformed JSON: the number '1e400' is too large");
+    const std::string long_name(1025, 'n');
+    EXPECT_EQ(JsonLinesError("{\"t\": 0, \"op\": \"start\", \"job\": 1, \"hosts\": [\"" +
+                             long_name + "\"]}\n"),
+              "line 1: a host name is 1025 bytes long; aggtree accepts names of at most 1024 "
+              "bytes");
+    // The parser's words quote at most 40 characters of the token it stopped at.
+    const std::string error = JsonLinesError(start + "{\"t\": " + std::string(5000, 'x') + "}\n");
+    EXPECT_EQ(error.substr(0, 36), "line 2, column 7: malformed JSON: sy");
+    EXPECT_LT(error.size(), 200u);
+}
+
 // ---- Standard Workload Format ---------------------------------------------------------
 
 // One SWF job line: job, submit, wait, run time, allocated and requested processors.
@@ -159,10 +176,26 @@ TEST(SwfTrace, MalformedLineIsNamed) {
     EXPECT_EQ(SwfError(good + SwfJob(1, 5, 0, 10, 4, 4)),
               "line 2: job 1 appears twice (first at line 1)");
     EXPECT_EQ(SwfError("2.5 0 0 10 4 -1 -1 4 3600 -1 1 3 1 -1 1 1 -1 -1\n"),
-              "line 1: field 1 (job number) must be a whole number of 0 or more");
+              "line 1: field 1 (job number) must be a whole number from 0 to 2^53");
     EXPECT_EQ(SwfError(good + "x\n"),
               "line 2: expected 18 whitespace-separated numbers (Standard Workload Format; a "
               "JSON-lines trace starts with '{'), found 1 field");
+}
+
+TEST(SwfTrace, NumbersBeyondWhatAJobCanBeAreRefusedOrHeld) {
+    EXPECT_EQ(SwfError("1e300 0 0 10 4 -1 -1 4 3600 -1 1 3 1 -1 1 1 -1 -1\n"),
+              "line 1: field 1 (job number) must be a whole number from 0 to 2^53");
+    EXPECT_EQ(SwfError("1 1e308 0 1e308 4 -1 -1 4 3600 -1 1 3 1 -1 1 1 -1 -1\n"),
+              "line 1: the job's start or end time is too large");
+    const std::string long_field(5000, '7');
+    EXPECT_EQ(SwfError("1 0 0 " + long_field + "x 4 -1 -1 4 3600 -1 1 3 1 -1 1 1 -1 -1\n"),
+              "line 1: field 4 is not a number: '" + std::string(40, '7') + "...'");
+    // Far more processors than any fabric has hosts: held at 2^53 hosts, skipped by the
+    // replay as larger than the fabric.
+    const Trace trace =
+        ParseSwfTrace("1 0 0 10 1e300 -1 -1 4 3600 -1 1 3 1 -1 1 1 -1 -1\n", "trace");
+    ASSERT_EQ(trace.jobs.size(), 1u);
+    EXPECT_EQ(trace.jobs[0].count, uint64_t{1} << 53);
 }
 
 TEST(SwfTrace, DecimalFieldsAreNumbers) {
